@@ -1,0 +1,27 @@
+# talvo_add_test(NAME SOURCES ... [LIBS ...] [QT] [ENV ...] [TIMEOUT s] [LABELS ...])
+#
+# One GoogleTest executable, registered with ctest case by case.  QT gives the
+# executable a main() that creates a QApplication on the offscreen platform, so
+# widget tests never need a display.  Every test gets its own temporary HOME,
+# registry and message log through the environment, so nothing touches the
+# user's real settings and no message box can block.
+function(talvo_add_test name)
+  cmake_parse_arguments(T "QT" "TIMEOUT" "SOURCES;LIBS;ENV;LABELS" ${ARGN})
+  add_executable(${name} ${T_SOURCES})
+  target_link_libraries(${name} PRIVATE ${T_LIBS} GTest::gtest GTest::gmock)
+  if(T_QT)
+    target_link_libraries(${name} PRIVATE talvo_test_qtmain Qt6::Widgets)
+  else()
+    target_link_libraries(${name} PRIVATE GTest::gtest_main)
+  endif()
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+  if(NOT T_TIMEOUT)
+    set(T_TIMEOUT 120)
+  endif()
+  gtest_discover_tests(${name}
+    DISCOVERY_TIMEOUT 60
+    PROPERTIES
+      TIMEOUT ${T_TIMEOUT}
+      LABELS "${T_LABELS}"
+      ENVIRONMENT "QT_QPA_PLATFORM=offscreen;TALVO_BUILD_DIR=${CMAKE_BINARY_DIR};TALVO_SOURCE_DIR=${CMAKE_SOURCE_DIR};${T_ENV}")
+endfunction()

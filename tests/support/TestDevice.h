@@ -1,0 +1,68 @@
+#pragma once
+// A whole device in a temporary folder: registry, home, music folder and the
+// message-box log, pointed to by the player's environment overrides for as
+// long as the object lives.
+#include <QByteArray>
+#include <QDir>
+#include <QFile>
+#include <QMap>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+namespace talvo::test {
+
+class TestDevice {
+public:
+    TestDevice()
+    {
+        QDir root(dir_.path());
+        root.mkpath(QStringLiteral("home"));
+        root.mkpath(QStringLiteral("music"));
+        set("TALVOPLAYER_REGISTRY", registryPath());
+        set("TALVOPLAYER_HOME", path(QStringLiteral("home")));
+        set("TALVOPLAYER_MUSIC", path(QStringLiteral("music")));
+        set("TALVOPLAYER_MESSAGES", messageLogPath());
+        set("TALVOPLAYER_CARDS", QString());
+    }
+    ~TestDevice()
+    {
+        for (const QByteArray& name : saved_.keys()) {
+            if (saved_[name].isNull())
+                qunsetenv(name.constData());
+            else
+                qputenv(name.constData(), saved_[name]);
+        }
+    }
+    TestDevice(const TestDevice&) = delete;
+    TestDevice& operator=(const TestDevice&) = delete;
+
+    QString path(const QString& relative = QString()) const
+    {
+        return relative.isEmpty() ? dir_.path() : dir_.filePath(relative);
+    }
+    QString registryPath() const { return path(QStringLiteral("registry.db")); }
+    QString messageLogPath() const { return path(QStringLiteral("messages.log")); }
+
+    // The message boxes shown so far, one line each.
+    QStringList messages() const
+    {
+        QFile log(messageLogPath());
+        if (!log.open(QIODevice::ReadOnly))
+            return {};
+        return QString::fromUtf8(log.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    }
+
+    void set(const char* name, const QString& value)
+    {
+        if (!saved_.contains(name))
+            saved_.insert(name, qgetenv(name));
+        qputenv(name, value.toUtf8());
+    }
+
+private:
+    QTemporaryDir dir_;
+    QMap<QByteArray, QByteArray> saved_;
+};
+
+} // namespace talvo::test
