@@ -18,10 +18,14 @@ function(talvo_add_test name)
   if(NOT T_TIMEOUT)
     set(T_TIMEOUT 120)
   endif()
+  set(labels)
+  if(T_LABELS)
+    set(labels LABELS "${T_LABELS}")
+  endif()
   gtest_discover_tests(${name}
     DISCOVERY_TIMEOUT 60
     PROPERTIES
       TIMEOUT ${T_TIMEOUT}
-      LABELS "${T_LABELS}"
+      ${labels}
       ENVIRONMENT "QT_QPA_PLATFORM=offscreen;TALVO_BUILD_DIR=${CMAKE_BINARY_DIR};TALVO_SOURCE_DIR=${CMAKE_SOURCE_DIR};${T_ENV}")
 endfunction()

@@ -1,0 +1,146 @@
+#include "platform/InstanceChannel.h"
+
+#include <QDir>
+#include <QLocalServer>
+#include <QLocalSocket>
+#include <QStandardPaths>
+#include <QtEndian>
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace talvo {
+namespace {
+
+constexpr std::uint32_t kMagic = 0x4D575054; // "TPWM" read as little-endian
+constexpr int kHeaderBytes = 16;
+
+bool peerIsSameUser(qintptr descriptor)
+{
+    ucred credentials{};
+    socklen_t length = sizeof credentials;
+    if (getsockopt(static_cast<int>(descriptor), SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0)
+        return false;
+    return credentials.uid == getuid();
+}
+
+QByteArray encodeHeader(std::uint32_t a, std::uint32_t b, std::uint32_t c, std::uint32_t d)
+{
+    QByteArray header(kHeaderBytes, Qt::Uninitialized);
+    qToLittleEndian(a, header.data());
+    qToLittleEndian(b, header.data() + 4);
+    qToLittleEndian(c, header.data() + 8);
+    qToLittleEndian(d, header.data() + 12);
+    return header;
+}
+
+} // namespace
+
+QString InstanceSocketPath(const QString& windowClass)
+{
+    QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    QString folder = runtime.isEmpty() ? QDir::tempPath() + QStringLiteral("/talvoplayer-%1").arg(getuid())
+                                       : runtime + QStringLiteral("/talvoplayer");
+    return folder + QLatin1Char('/') + windowClass;
+}
+
+InstanceServer::InstanceServer(QObject* parent) : QObject(parent)
+{
+}
+
+InstanceServer::~InstanceServer() = default;
+
+bool InstanceServer::Listen(const QString& windowClass, Handler handler)
+{
+    const QString path = InstanceSocketPath(windowClass);
+    const QString folder = QFileInfo(path).absolutePath();
+    QDir().mkpath(folder);
+    ::chmod(QFile::encodeName(folder).constData(), 0700);
+
+    if (InstanceClient().Connect(windowClass, 500))
+        return false;
+    // Nobody answers on it: whatever is there was left by a process that died.
+    QLocalServer::removeServer(path);
+
+    handler_ = std::move(handler);
+    server_ = new QLocalServer(this);
+    server_->setSocketOptions(QLocalServer::UserAccessOption);
+    connect(server_, &QLocalServer::newConnection, this, &InstanceServer::acceptConnection);
+    return server_->listen(path);
+}
+
+void InstanceServer::acceptConnection()
+{
+    while (QLocalSocket* socket = server_->nextPendingConnection()) {
+        connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
+        if (!peerIsSameUser(socket->socketDescriptor())) {
+            socket->abort();
+            continue;
+        }
+        connect(socket, &QLocalSocket::readyRead, this, [this, socket] { readRequest(socket); });
+        readRequest(socket);
+    }
+}
+
+void InstanceServer::readRequest(QLocalSocket* socket)
+{
+    if (socket->bytesAvailable() < kHeaderBytes)
+        return;
+    QByteArray header = socket->peek(kHeaderBytes);
+    const auto magic = qFromLittleEndian<std::uint32_t>(header.constData());
+    const auto kind = qFromLittleEndian<std::uint32_t>(header.constData() + 4);
+    const auto dwData = qFromLittleEndian<std::uint32_t>(header.constData() + 8);
+    const auto cbData = qFromLittleEndian<std::uint32_t>(header.constData() + 12);
+    bool knownKind = kind == static_cast<std::uint32_t>(InstanceRequest::CopyData) ||
+                     kind == static_cast<std::uint32_t>(InstanceRequest::BringToFront);
+    if (magic != kMagic || !knownKind || cbData > kMaxPayload) {
+        socket->abort();
+        return;
+    }
+    if (socket->bytesAvailable() < kHeaderBytes + static_cast<qint64>(cbData))
+        return;
+    socket->read(kHeaderBytes);
+    QByteArray payload = socket->read(cbData);
+    std::int64_t result = handler_ ? handler_(static_cast<InstanceRequest>(kind), dwData, payload) : 0;
+    QByteArray answer(12, Qt::Uninitialized);
+    qToLittleEndian(kMagic, answer.data());
+    qToLittleEndian(result, answer.data() + 4);
+    socket->write(answer);
+    socket->flush();
+}
+
+bool InstanceClient::Connect(const QString& windowClass, int timeoutMs)
+{
+    delete socket_;
+    socket_ = new QLocalSocket;
+    socket_->connectToServer(InstanceSocketPath(windowClass));
+    return socket_->waitForConnected(timeoutMs);
+}
+
+std::optional<std::int64_t> InstanceClient::Send(InstanceRequest kind, std::uint32_t dwData,
+                                                 const QByteArray& data, int timeoutMs)
+{
+    if (!socket_ || socket_->state() != QLocalSocket::ConnectedState)
+        return std::nullopt;
+    socket_->write(encodeHeader(kMagic, static_cast<std::uint32_t>(kind), dwData,
+                                static_cast<std::uint32_t>(data.size())));
+    socket_->write(data);
+    if (!socket_->waitForBytesWritten(timeoutMs))
+        return std::nullopt;
+    while (socket_->bytesAvailable() < 12) {
+        if (!socket_->waitForReadyRead(timeoutMs))
+            return std::nullopt;
+    }
+    QByteArray answer = socket_->read(12);
+    if (qFromLittleEndian<std::uint32_t>(answer.constData()) != kMagic)
+        return std::nullopt;
+    return qFromLittleEndian<std::int64_t>(answer.constData() + 4);
+}
+
+InstanceClient::~InstanceClient()
+{
+    delete socket_;
+}
+
+} // namespace talvo
