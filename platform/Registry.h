@@ -16,8 +16,9 @@
 //   deleted by someone else makes later operations on its handle answer
 //   ERROR_KEY_DELETED.
 // - Implementations are safe to call from several threads, and several
-//   processes may share one store: a write is atomic and durable once the call
-//   returns.
+//   processes may share one store: a write is atomic and survives a crash of
+//   any process once the call returns; after FlushKey it also survives a loss
+//   of power.
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -42,6 +43,8 @@ inline constexpr RegStatus ERROR_NOT_ENOUGH_MEMORY = 8;
 inline constexpr RegStatus ERROR_INVALID_PARAMETER = 87;
 inline constexpr RegStatus ERROR_MORE_DATA = 234;
 inline constexpr RegStatus ERROR_NO_MORE_ITEMS = 259;
+// The store's file is not a registry (not a database, or another schema).
+inline constexpr RegStatus ERROR_BADDB = 1009;
 inline constexpr RegStatus ERROR_REGISTRY_IO_FAILED = 1016;
 inline constexpr RegStatus ERROR_KEY_DELETED = 1018;
 

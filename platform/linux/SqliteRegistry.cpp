@@ -1,0 +1,701 @@
+// The registry in one SQLite database, shared by the running player and
+// short-lived command processes (the desktop-sync commands, talvoreg).
+//
+// Schema (PRAGMA user_version = kSchemaVersion):
+//   keys(id, parent, name, folded)           one row per key; the two roots are
+//                                            fixed rows without a parent
+//   vals(id, key, name, folded, type, data)  one row per value; id keeps the
+//                                            order in which values were first set
+// `folded` is the name upper-cased code unit by code unit, so lookups ignore
+// case while `name` keeps the case the key or value was created with.
+//
+// Every call runs in its own transaction: reads in a deferred one (a
+// consistent snapshot across the handle check and the read), writes in
+// BEGIN IMMEDIATE so that two processes never both read and then both write.
+// With WAL and synchronous=NORMAL a committed write survives a crash of any
+// process; FlushKey checkpoints the log so it also survives a power loss.
+#include "platform/Registry.h"
+
+#include <QChar>
+
+#include <sqlite3.h>
+
+#include <array>
+#include <cstring>
+#include <filesystem>
+#include <mutex>
+#include <optional>
+#include <unordered_map>
+
+namespace talvo {
+namespace {
+
+constexpr int kSchemaVersion = 1;
+// Long enough to outwait any other process's single write, short enough that
+// a wedged peer turns into an error rather than a hung player.
+constexpr int kBusyTimeoutMs = 10000;
+// The original platform's limit on one key name (a path component).
+constexpr std::size_t kMaxKeyNameLength = 255;
+
+struct RootKey {
+    HKEY handle;
+    std::int64_t id;
+    const char16_t* name;
+};
+// The roots are rows with fixed ids, created with the schema.
+constexpr std::array<RootKey, 2> kRootKeys{{
+    {HKEY_LOCAL_MACHINE, 1, u"HKEY_LOCAL_MACHINE"},
+    {HKEY_CLASSES_ROOT, 2, u"HKEY_CLASSES_ROOT"},
+}};
+static_assert(kRootKeys[0].id != kRootKeys[1].id);
+
+constexpr const char* kSchemaSql = R"sql(
+CREATE TABLE keys(
+    id INTEGER PRIMARY KEY AUTOINCREMENT,
+    parent INTEGER REFERENCES keys(id),
+    name TEXT NOT NULL,
+    folded TEXT NOT NULL,
+    UNIQUE(parent, folded));
+CREATE TABLE vals(
+    id INTEGER PRIMARY KEY AUTOINCREMENT,
+    key INTEGER NOT NULL REFERENCES keys(id),
+    name TEXT NOT NULL,
+    folded TEXT NOT NULL,
+    type INTEGER NOT NULL,
+    data BLOB NOT NULL,
+    UNIQUE(key, folded));
+)sql";
+
+// Case folding as the original platform did it: each UTF-16 code unit upper-cased
+// on its own (simple mapping), so the folded name has the same length.
+std::u16string Fold(std::u16string_view name)
+{
+    std::u16string folded(name);
+    for (char16_t& c : folded) {
+        if (QChar::isSurrogate(c))
+            continue;
+        char32_t upper = QChar::toUpper(char32_t(c));
+        if (upper <= 0xFFFF)
+            c = char16_t(upper);
+    }
+    return folded;
+}
+
+// Names go into TEXT columns as UTF-16; an embedded NUL or a lone surrogate would
+// not come back unchanged, so such a name is refused.
+bool IsStorableName(std::u16string_view name)
+{
+    for (std::size_t i = 0; i < name.size(); ++i) {
+        char16_t c = name[i];
+        if (c == 0)
+            return false;
+        if (QChar::isHighSurrogate(c)) {
+            if (i + 1 >= name.size() || !QChar::isLowSurrogate(name[i + 1]))
+                return false;
+            ++i;
+        } else if (QChar::isLowSurrogate(c)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Splits a backslash path into its names; empty components (a leading,
+// trailing or doubled backslash) are skipped.
+std::optional<std::vector<std::u16string_view>> SplitPath(std::u16string_view path)
+{
+    std::vector<std::u16string_view> parts;
+    std::size_t start = 0;
+    while (start <= path.size()) {
+        std::size_t end = path.find(u'\\', start);
+        if (end == std::u16string_view::npos)
+            end = path.size();
+        std::u16string_view part = path.substr(start, end - start);
+        if (!part.empty()) {
+            if (part.size() > kMaxKeyNameLength || !IsStorableName(part))
+                return std::nullopt;
+            parts.push_back(part);
+        }
+        start = end + 1;
+    }
+    return parts;
+}
+
+RegStatus StatusOf(int sqliteCode)
+{
+    switch (sqliteCode & 0xFF) {
+    case SQLITE_OK:
+    case SQLITE_DONE:
+    case SQLITE_ROW:
+        return ERROR_SUCCESS;
+    case SQLITE_NOMEM:
+        return ERROR_NOT_ENOUGH_MEMORY;
+    case SQLITE_READONLY:
+    case SQLITE_PERM:
+    case SQLITE_AUTH:
+        return ERROR_ACCESS_DENIED;
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+        return ERROR_BADDB;
+    default:
+        return ERROR_REGISTRY_IO_FAILED;
+    }
+}
+
+// A prepared statement kept for the life of the connection; Use() hands it out
+// reset and with its bindings cleared.
+class Statement {
+public:
+    Statement() = default;
+    Statement(const Statement&) = delete;
+    Statement& operator=(const Statement&) = delete;
+    ~Statement() { sqlite3_finalize(stmt_); }
+
+    int Prepare(sqlite3* db, const char* sql)
+    {
+        return sqlite3_prepare_v3(db, sql, -1, SQLITE_PREPARE_PERSISTENT, &stmt_, nullptr);
+    }
+    sqlite3_stmt* Use()
+    {
+        sqlite3_reset(stmt_);
+        sqlite3_clear_bindings(stmt_);
+        return stmt_;
+    }
+
+private:
+    sqlite3_stmt* stmt_ = nullptr;
+};
+
+void BindText(sqlite3_stmt* stmt, int index, std::u16string_view text)
+{
+    sqlite3_bind_text16(stmt, index, text.data(), int(text.size() * sizeof(char16_t)), SQLITE_TRANSIENT);
+}
+
+std::u16string ColumnText(sqlite3_stmt* stmt, int column)
+{
+    auto text = static_cast<const char16_t*>(sqlite3_column_text16(stmt, column));
+    int bytes = sqlite3_column_bytes16(stmt, column);
+    return text ? std::u16string(text, std::size_t(bytes) / sizeof(char16_t)) : std::u16string();
+}
+
+class SqliteRegistry final : public Registry {
+public:
+    explicit SqliteRegistry(sqlite3* db) : db_(db) {}
+    ~SqliteRegistry() override
+    {
+        statements_.reset();
+        sqlite3_close_v2(db_);
+    }
+
+    // Prepares the statements; fails when the tables are not the registry's.
+    RegStatus Prepare()
+    {
+        statements_ = std::make_unique<Statements>();
+        Statements& s = *statements_;
+        const std::pair<Statement*, const char*> sql[] = {
+            {&s.keyExists, "SELECT 1 FROM keys WHERE id = ?1"},
+            {&s.findChild, "SELECT id FROM keys WHERE parent = ?1 AND folded = ?2"},
+            {&s.insertKey, "INSERT INTO keys(parent, name, folded) VALUES(?1, ?2, ?3)"},
+            {&s.findValue, "SELECT type, data FROM vals WHERE key = ?1 AND folded = ?2"},
+            {&s.setValue,
+             "INSERT INTO vals(key, name, folded, type, data) VALUES(?1, ?2, ?3, ?4, ?5) "
+             "ON CONFLICT(key, folded) DO UPDATE SET type = excluded.type, data = excluded.data"},
+            {&s.deleteValue, "DELETE FROM vals WHERE key = ?1 AND folded = ?2"},
+            {&s.deleteTreeValues, "WITH RECURSIVE tree(id) AS (SELECT ?1 UNION ALL "
+                                  "SELECT keys.id FROM keys JOIN tree ON keys.parent = tree.id) "
+                                  "DELETE FROM vals WHERE key IN tree"},
+            {&s.deleteTreeKeys, "WITH RECURSIVE tree(id) AS (SELECT ?1 UNION ALL "
+                                "SELECT keys.id FROM keys JOIN tree ON keys.parent = tree.id) "
+                                "DELETE FROM keys WHERE id IN tree"},
+            {&s.enumKey, "SELECT name FROM keys WHERE parent = ?1 ORDER BY folded LIMIT 1 OFFSET ?2"},
+            {&s.enumValue, "SELECT name, type, data FROM vals WHERE key = ?1 ORDER BY id LIMIT 1 OFFSET ?2"},
+            {&s.begin, "BEGIN"},
+            {&s.beginImmediate, "BEGIN IMMEDIATE"},
+            {&s.commit, "COMMIT"},
+            {&s.rollback, "ROLLBACK"},
+        };
+        for (auto [statement, text] : sql) {
+            if (statement->Prepare(db_, text) != SQLITE_OK)
+                return ERROR_BADDB;
+        }
+        return ERROR_SUCCESS;
+    }
+
+    RegStatus CreateKey(HKEY parent, std::u16string_view subKey, REGSAM, HKEY* result,
+                        DWORD* disposition) override
+    {
+        if (!result)
+            return ERROR_INVALID_PARAMETER;
+        auto parts = SplitPath(subKey);
+        if (!parts)
+            return ERROR_INVALID_PARAMETER;
+        std::lock_guard lock(mutex_);
+        std::int64_t id = 0;
+        RegStatus status = KeyOf(parent, &id);
+        if (status != ERROR_SUCCESS)
+            return status;
+        Transaction txn(*this, true);
+        if ((status = txn.Begin()) != ERROR_SUCCESS || (status = CheckAlive(id)) != ERROR_SUCCESS)
+            return status;
+        bool created = false;
+        for (std::u16string_view part : *parts) {
+            std::u16string folded = Fold(part);
+            std::optional<std::int64_t> child;
+            if ((status = FindChild(id, folded, &child)) != ERROR_SUCCESS)
+                return status;
+            if (!child) {
+                sqlite3_stmt* insert = statements_->insertKey.Use();
+                sqlite3_bind_int64(insert, 1, id);
+                BindText(insert, 2, part);
+                BindText(insert, 3, folded);
+                if (int rc = sqlite3_step(insert); rc != SQLITE_DONE)
+                    return StatusOf(rc);
+                child = sqlite3_last_insert_rowid(db_);
+                created = true;
+            }
+            id = *child;
+        }
+        if ((status = txn.Commit()) != ERROR_SUCCESS)
+            return status;
+        *result = NewHandle(id);
+        if (disposition)
+            *disposition = created ? REG_CREATED_NEW_KEY : REG_OPENED_EXISTING_KEY;
+        return ERROR_SUCCESS;
+    }
+
+    RegStatus OpenKey(HKEY parent, std::u16string_view subKey, REGSAM, HKEY* result) override
+    {
+        if (!result)
+            return ERROR_INVALID_PARAMETER;
+        auto parts = SplitPath(subKey);
+        if (!parts)
+            return ERROR_FILE_NOT_FOUND;
+        std::lock_guard lock(mutex_);
+        std::int64_t id = 0;
+        RegStatus status = KeyOf(parent, &id);
+        if (status != ERROR_SUCCESS)
+            return status;
+        Transaction txn(*this, false);
+        if ((status = txn.Begin()) != ERROR_SUCCESS || (status = CheckAlive(id)) != ERROR_SUCCESS)
+            return status;
+        for (std::u16string_view part : *parts) {
+            std::optional<std::int64_t> child;
+            if ((status = FindChild(id, Fold(part), &child)) != ERROR_SUCCESS)
+                return status;
+            if (!child)
+                return ERROR_FILE_NOT_FOUND;
+            id = *child;
+        }
+        if ((status = txn.Commit()) != ERROR_SUCCESS)
+            return status;
+        *result = NewHandle(id);
+        return ERROR_SUCCESS;
+    }
+
+    RegStatus CloseKey(HKEY key) override
+    {
+        std::lock_guard lock(mutex_);
+        if (IsRoot(key))
+            return ERROR_SUCCESS;
+        return handles_.erase(key) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
+    }
+
+    RegStatus QueryValue(HKEY key, std::u16string_view name, DWORD* type, std::uint8_t* data,
+                         DWORD* size) override
+    {
+        if (data && !size)
+            return ERROR_INVALID_PARAMETER;
+        if (!IsStorableName(name))
+            return ERROR_FILE_NOT_FOUND;
+        std::lock_guard lock(mutex_);
+        std::int64_t id = 0;
+        RegStatus status = KeyOf(key, &id);
+        if (status != ERROR_SUCCESS)
+            return status;
+        Transaction txn(*this, false);
+        if ((status = txn.Begin()) != ERROR_SUCCESS || (status = CheckAlive(id)) != ERROR_SUCCESS)
+            return status;
+        sqlite3_stmt* find = statements_->findValue.Use();
+        sqlite3_bind_int64(find, 1, id);
+        BindText(find, 2, Fold(name));
+        int rc = sqlite3_step(find);
+        if (rc == SQLITE_DONE)
+            return ERROR_FILE_NOT_FOUND;
+        if (rc != SQLITE_ROW)
+            return StatusOf(rc);
+        DWORD needed = DWORD(sqlite3_column_bytes(find, 1));
+        if (type)
+            *type = DWORD(sqlite3_column_int64(find, 0));
+        if (data) {
+            if (*size < needed) {
+                *size = needed;
+                return ERROR_MORE_DATA;
+            }
+            if (needed > 0)
+                std::memcpy(data, sqlite3_column_blob(find, 1), needed);
+        }
+        if (size)
+            *size = needed;
+        return ERROR_SUCCESS;
+    }
+
+    RegStatus SetValue(HKEY key, std::u16string_view name, DWORD type, const std::uint8_t* data,
+                       DWORD size) override
+    {
+        if ((!data && size > 0) || !IsStorableName(name))
+            return ERROR_INVALID_PARAMETER;
+        std::lock_guard lock(mutex_);
+        std::int64_t id = 0;
+        RegStatus status = KeyOf(key, &id);
+        if (status != ERROR_SUCCESS)
+            return status;
+        Transaction txn(*this, true);
+        if ((status = txn.Begin()) != ERROR_SUCCESS || (status = CheckAlive(id)) != ERROR_SUCCESS)
+            return status;
+        sqlite3_stmt* set = statements_->setValue.Use();
+        sqlite3_bind_int64(set, 1, id);
+        BindText(set, 2, name);
+        BindText(set, 3, Fold(name));
+        sqlite3_bind_int64(set, 4, type);
+        // A null pointer would bind SQL NULL; the column holds an empty blob instead.
+        static const std::uint8_t kEmpty = 0;
+        sqlite3_bind_blob(set, 5, size > 0 ? data : &kEmpty, int(size), SQLITE_STATIC);
+        if (int rc = sqlite3_step(set); rc != SQLITE_DONE)
+            return StatusOf(rc);
+        return txn.Commit();
+    }
+
+    RegStatus DeleteValue(HKEY key, std::u16string_view name) override
+    {
+        if (!IsStorableName(name))
+            return ERROR_FILE_NOT_FOUND;
+        std::lock_guard lock(mutex_);
+        std::int64_t id = 0;
+        RegStatus status = KeyOf(key, &id);
+        if (status != ERROR_SUCCESS)
+            return status;
+        Transaction txn(*this, true);
+        if ((status = txn.Begin()) != ERROR_SUCCESS || (status = CheckAlive(id)) != ERROR_SUCCESS)
+            return status;
+        sqlite3_stmt* erase = statements_->deleteValue.Use();
+        sqlite3_bind_int64(erase, 1, id);
+        BindText(erase, 2, Fold(name));
+        if (int rc = sqlite3_step(erase); rc != SQLITE_DONE)
+            return StatusOf(rc);
+        if (sqlite3_changes(db_) == 0)
+            return ERROR_FILE_NOT_FOUND;
+        return txn.Commit();
+    }
+
+    RegStatus DeleteKey(HKEY key, std::u16string_view subKey) override
+    {
+        auto parts = SplitPath(subKey);
+        if (!parts)
+            return ERROR_FILE_NOT_FOUND;
+        std::lock_guard lock(mutex_);
+        std::int64_t id = 0;
+        RegStatus status = KeyOf(key, &id);
+        if (status != ERROR_SUCCESS)
+            return status;
+        Transaction txn(*this, true);
+        if ((status = txn.Begin()) != ERROR_SUCCESS || (status = CheckAlive(id)) != ERROR_SUCCESS)
+            return status;
+        for (std::u16string_view part : *parts) {
+            std::optional<std::int64_t> child;
+            if ((status = FindChild(id, Fold(part), &child)) != ERROR_SUCCESS)
+                return status;
+            if (!child)
+                return ERROR_FILE_NOT_FOUND;
+            id = *child;
+        }
+        if (RootOfId(id))
+            return ERROR_ACCESS_DENIED;
+        for (Statement* statement : {&statements_->deleteTreeValues, &statements_->deleteTreeKeys}) {
+            sqlite3_stmt* erase = statement->Use();
+            sqlite3_bind_int64(erase, 1, id);
+            if (int rc = sqlite3_step(erase); rc != SQLITE_DONE)
+                return StatusOf(rc);
+        }
+        return txn.Commit();
+    }
+
+    RegStatus EnumKey(HKEY key, DWORD index, std::u16string* name) override
+    {
+        if (!name)
+            return ERROR_INVALID_PARAMETER;
+        std::lock_guard lock(mutex_);
+        std::int64_t id = 0;
+        RegStatus status = KeyOf(key, &id);
+        if (status != ERROR_SUCCESS)
+            return status;
+        Transaction txn(*this, false);
+        if ((status = txn.Begin()) != ERROR_SUCCESS || (status = CheckAlive(id)) != ERROR_SUCCESS)
+            return status;
+        sqlite3_stmt* enumerate = statements_->enumKey.Use();
+        sqlite3_bind_int64(enumerate, 1, id);
+        sqlite3_bind_int64(enumerate, 2, index);
+        int rc = sqlite3_step(enumerate);
+        if (rc == SQLITE_DONE)
+            return ERROR_NO_MORE_ITEMS;
+        if (rc != SQLITE_ROW)
+            return StatusOf(rc);
+        *name = ColumnText(enumerate, 0);
+        return ERROR_SUCCESS;
+    }
+
+    RegStatus EnumValue(HKEY key, DWORD index, std::u16string* name, DWORD* type,
+                        std::vector<std::uint8_t>* data) override
+    {
+        std::lock_guard lock(mutex_);
+        std::int64_t id = 0;
+        RegStatus status = KeyOf(key, &id);
+        if (status != ERROR_SUCCESS)
+            return status;
+        Transaction txn(*this, false);
+        if ((status = txn.Begin()) != ERROR_SUCCESS || (status = CheckAlive(id)) != ERROR_SUCCESS)
+            return status;
+        sqlite3_stmt* enumerate = statements_->enumValue.Use();
+        sqlite3_bind_int64(enumerate, 1, id);
+        sqlite3_bind_int64(enumerate, 2, index);
+        int rc = sqlite3_step(enumerate);
+        if (rc == SQLITE_DONE)
+            return ERROR_NO_MORE_ITEMS;
+        if (rc != SQLITE_ROW)
+            return StatusOf(rc);
+        if (name)
+            *name = ColumnText(enumerate, 0);
+        if (type)
+            *type = DWORD(sqlite3_column_int64(enumerate, 1));
+        if (data) {
+            auto bytes = static_cast<const std::uint8_t*>(sqlite3_column_blob(enumerate, 2));
+            data->assign(bytes, bytes + sqlite3_column_bytes(enumerate, 2));
+        }
+        return ERROR_SUCCESS;
+    }
+
+    RegStatus FlushKey(HKEY key) override
+    {
+        std::lock_guard lock(mutex_);
+        std::int64_t id = 0;
+        RegStatus status = KeyOf(key, &id);
+        if (status != ERROR_SUCCESS)
+            return status;
+        {
+            Transaction txn(*this, false);
+            if ((status = txn.Begin()) != ERROR_SUCCESS || (status = CheckAlive(id)) != ERROR_SUCCESS)
+                return status;
+        }
+        // A full checkpoint syncs the log, copies it into the database and syncs that.
+        int rc = sqlite3_wal_checkpoint_v2(db_, nullptr, SQLITE_CHECKPOINT_FULL, nullptr, nullptr);
+        return StatusOf(rc);
+    }
+
+private:
+    struct Statements {
+        Statement keyExists, findChild, insertKey, findValue, setValue, deleteValue, deleteTreeValues,
+            deleteTreeKeys, enumKey, enumValue, begin, beginImmediate, commit, rollback;
+    };
+
+    // Rolls back unless committed, so every early return leaves no transaction open.
+    class Transaction {
+    public:
+        Transaction(SqliteRegistry& owner, bool write) : owner_(owner), write_(write) {}
+        ~Transaction()
+        {
+            if (open_)
+                sqlite3_step(owner_.statements_->rollback.Use());
+        }
+        RegStatus Begin()
+        {
+            Statement& begin = write_ ? owner_.statements_->beginImmediate : owner_.statements_->begin;
+            int rc = sqlite3_step(begin.Use());
+            open_ = rc == SQLITE_DONE;
+            return StatusOf(rc);
+        }
+        RegStatus Commit()
+        {
+            int rc = sqlite3_step(owner_.statements_->commit.Use());
+            if (rc == SQLITE_DONE)
+                open_ = false;
+            return StatusOf(rc);
+        }
+
+    private:
+        SqliteRegistry& owner_;
+        bool write_;
+        bool open_ = false;
+    };
+
+    static bool IsRoot(HKEY key)
+    {
+        for (const RootKey& root : kRootKeys) {
+            if (root.handle == key)
+                return true;
+        }
+        return false;
+    }
+    static bool RootOfId(std::int64_t id)
+    {
+        for (const RootKey& root : kRootKeys) {
+            if (root.id == id)
+                return true;
+        }
+        return false;
+    }
+
+    // The key row of a handle; the caller holds mutex_.
+    RegStatus KeyOf(HKEY key, std::int64_t* id) const
+    {
+        for (const RootKey& root : kRootKeys) {
+            if (root.handle == key) {
+                *id = root.id;
+                return ERROR_SUCCESS;
+            }
+        }
+        auto found = handles_.find(key);
+        if (found == handles_.end())
+            return ERROR_INVALID_HANDLE;
+        *id = found->second;
+        return ERROR_SUCCESS;
+    }
+
+    // Key rows are never reused (AUTOINCREMENT), so a missing row means this
+    // handle's key was deleted, whoever deleted it.
+    RegStatus CheckAlive(std::int64_t id)
+    {
+        sqlite3_stmt* exists = statements_->keyExists.Use();
+        sqlite3_bind_int64(exists, 1, id);
+        int rc = sqlite3_step(exists);
+        if (rc == SQLITE_ROW)
+            return ERROR_SUCCESS;
+        return rc == SQLITE_DONE ? ERROR_KEY_DELETED : StatusOf(rc);
+    }
+
+    RegStatus FindChild(std::int64_t parent, std::u16string_view folded, std::optional<std::int64_t>* child)
+    {
+        sqlite3_stmt* find = statements_->findChild.Use();
+        sqlite3_bind_int64(find, 1, parent);
+        BindText(find, 2, folded);
+        int rc = sqlite3_step(find);
+        if (rc == SQLITE_ROW)
+            *child = sqlite3_column_int64(find, 0);
+        else if (rc != SQLITE_DONE)
+            return StatusOf(rc);
+        return ERROR_SUCCESS;
+    }
+
+    HKEY NewHandle(std::int64_t id)
+    {
+        HKEY handle = nextHandle_++;
+        handles_.emplace(handle, id);
+        return handle;
+    }
+
+    sqlite3* db_;
+    std::unique_ptr<Statements> statements_;
+    std::mutex mutex_;
+    // Handles are small integers counting up from 1, far below the roots' values.
+    std::unordered_map<HKEY, std::int64_t> handles_;
+    HKEY nextHandle_ = 1;
+};
+
+int Exec(sqlite3* db, const char* sql)
+{
+    return sqlite3_exec(db, sql, nullptr, nullptr, nullptr);
+}
+
+int QueryInt(sqlite3* db, const char* sql, std::int64_t* value)
+{
+    sqlite3_stmt* stmt = nullptr;
+    int rc = sqlite3_prepare_v2(db, sql, -1, &stmt, nullptr);
+    if (rc == SQLITE_OK) {
+        rc = sqlite3_step(stmt);
+        if (rc == SQLITE_ROW) {
+            *value = sqlite3_column_int64(stmt, 0);
+            rc = SQLITE_OK;
+        }
+    }
+    sqlite3_finalize(stmt);
+    return rc;
+}
+
+// Creates the schema in an empty database, or checks that a filled one is a
+// registry of this version.  Runs inside BEGIN IMMEDIATE so that two processes
+// opening a new store at once create it only once.
+RegStatus EnsureSchema(sqlite3* db)
+{
+    std::int64_t version = 0;
+    std::int64_t objects = 0;
+    if (int rc = QueryInt(db, "PRAGMA user_version", &version); rc != SQLITE_OK)
+        return StatusOf(rc);
+    if (version == kSchemaVersion)
+        return ERROR_SUCCESS;
+    if (version != 0)
+        return ERROR_BADDB;
+    if (int rc = QueryInt(db, "SELECT count(*) FROM sqlite_master", &objects); rc != SQLITE_OK)
+        return StatusOf(rc);
+    if (objects != 0)
+        return ERROR_BADDB;
+    if (int rc = Exec(db, kSchemaSql); rc != SQLITE_OK)
+        return StatusOf(rc);
+    for (const RootKey& root : kRootKeys) {
+        sqlite3_stmt* insert = nullptr;
+        sqlite3_prepare_v2(db, "INSERT INTO keys(id, parent, name, folded) VALUES(?1, NULL, ?2, ?2)", -1,
+                           &insert, nullptr);
+        sqlite3_bind_int64(insert, 1, root.id);
+        BindText(insert, 2, root.name);
+        int rc = sqlite3_step(insert);
+        sqlite3_finalize(insert);
+        if (rc != SQLITE_DONE)
+            return StatusOf(rc);
+    }
+    std::string setVersion = "PRAGMA user_version = " + std::to_string(kSchemaVersion);
+    return StatusOf(Exec(db, setVersion.c_str()));
+}
+
+} // namespace
+
+std::unique_ptr<Registry> OpenSqliteRegistry(const std::string& path, RegStatus* status)
+{
+    RegStatus ignored = ERROR_SUCCESS;
+    RegStatus& result = status ? *status : ignored;
+    std::error_code error;
+    std::filesystem::path folder = std::filesystem::path(path).parent_path();
+    if (!folder.empty())
+        std::filesystem::create_directories(folder, error);
+
+    sqlite3* db = nullptr;
+    int rc = sqlite3_open_v2(path.c_str(), &db,
+                             SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
+    if (rc != SQLITE_OK) {
+        sqlite3_close_v2(db);
+        result = rc == SQLITE_CANTOPEN ? ERROR_ACCESS_DENIED : StatusOf(rc);
+        return nullptr;
+    }
+    sqlite3_busy_timeout(db, kBusyTimeoutMs);
+    auto registry = std::make_unique<SqliteRegistry>(db);
+    // Garbage in the file shows up at the first statement as SQLITE_NOTADB.
+    rc = Exec(db, "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL");
+    if (rc != SQLITE_OK) {
+        result = StatusOf(rc);
+        return nullptr;
+    }
+    if ((rc = Exec(db, "BEGIN IMMEDIATE")) != SQLITE_OK) {
+        result = StatusOf(rc);
+        return nullptr;
+    }
+    result = EnsureSchema(db);
+    if (result != ERROR_SUCCESS) {
+        Exec(db, "ROLLBACK");
+        return nullptr;
+    }
+    if ((rc = Exec(db, "COMMIT")) != SQLITE_OK) {
+        result = StatusOf(rc);
+        return nullptr;
+    }
+    if ((result = registry->Prepare()) != ERROR_SUCCESS)
+        return nullptr;
+    return registry;
+}
+
+} // namespace talvo
