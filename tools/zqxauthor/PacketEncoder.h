@@ -13,6 +13,8 @@ namespace zqxauthor {
 struct EncodedPacket {
     std::vector<std::uint8_t> bytes;
     std::uint32_t samples = 0;
+    // Decoded samples to drop before those: the codec's start-up delay, on the first packet only.
+    std::uint32_t skip = 0;
 };
 
 // Turns 16-bit interleaved PCM at the encoder's own rate and channel count
