@@ -109,9 +109,11 @@ bool Mp3FrameRepacker::PlaceFrame(std::span<const std::uint8_t> frame)
     const std::size_t slotEnd = slotBegin + kMainDataBytes;
     const std::size_t earliest = slotBegin > kMaxMainDataBegin ? slotBegin - kMaxMainDataBegin : 0;
     const std::size_t start = std::max(outEnd_, earliest);
-    if (start + dataBytes > slotEnd)
+    if (start + dataBytes > slotEnd) {
+        overflowed_ = true;
         return Fail("bit reservoir overflow at " + where + ": its " + std::to_string(dataBytes) +
                     " bytes of main data do not fit in 104-byte frames; encode at a lower bit rate");
+    }
     if (outStream_.size() < slotEnd - outStreamBase_)
         outStream_.resize(slotEnd - outStreamBase_, 0);
     std::copy(data.begin(), data.end(),

@@ -49,6 +49,7 @@ public:
 
     const std::string& Error() const { return error_; }
     std::size_t InputFrames() const { return inputFrames_; }
+    bool ReservoirOverflowed() const { return overflowed_; }
 
 private:
     struct Pending {
@@ -73,6 +74,7 @@ private:
     std::size_t inputFrames_ = 0;
 
     std::vector<Frame> ready_;
+    bool overflowed_ = false;
     std::string error_;
 };
 

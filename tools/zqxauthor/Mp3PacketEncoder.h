@@ -31,6 +31,8 @@ public:
     bool Encode(std::span<const std::int16_t> interleaved, std::vector<EncodedPacket>& out) override;
     bool Finish(std::vector<EncodedPacket>& out) override;
 
+    bool ReservoirOverflowed() const { return repacker_.ReservoirOverflowed(); }
+
     // The encoder's raw output before re-packing (for checks that both decode alike).
     void KeepRawStream(bool keep) { keepRaw_ = keep; }
     const std::vector<std::uint8_t>& RawStream() const { return raw_; }

@@ -43,7 +43,8 @@ std::unique_ptr<PacketEncoder> CreatePacketEncoder(const EncoderRequest& request
         encoder = std::make_unique<OpusPacketEncoder>(rate, channels, request.bitrate);
         break;
     case 4:
-        encoder = std::make_unique<Mp3PacketEncoder>();
+        encoder = std::make_unique<Mp3PacketEncoder>(
+            request.mp3ConstantRate ? Mp3PacketEncoder::Rate::Constant : Mp3PacketEncoder::Rate::Average);
         break;
     default:
         encoder = std::make_unique<Pcm16PacketEncoder>(rate, channels);

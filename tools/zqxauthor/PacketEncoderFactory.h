@@ -11,7 +11,8 @@ struct EncoderRequest {
     int fileType = 0;
     std::uint32_t sampleRate = 0;
     std::uint32_t channels = 0;
-    std::uint32_t bitrate = 0; // Opus only, bit/s
+    std::uint32_t bitrate = 0;    // Opus only, bit/s
+    bool mp3ConstantRate = false; // MP3 only: the rate that can never overflow the reservoir
 };
 
 // The file types the authoring tools write, with their fixed or default formats.

@@ -1,0 +1,22 @@
+#pragma once
+
+#include "zqxauthor/ProgramPacker.h"
+
+#include <string>
+#include <vector>
+
+namespace zqxpack {
+
+struct PackCommandLine {
+    zqxauthor::PackRequest request;
+    bool help = false;
+    bool quiet = false;
+};
+
+// Parses zqxpack's arguments (without the program name). False with `error`
+// naming the offending argument; a section-list file is read here.
+bool ParsePackCommandLine(const std::vector<std::string>& args, PackCommandLine& out, std::string& error);
+
+extern const char* const kPackUsage;
+
+} // namespace zqxpack

@@ -1,0 +1,75 @@
+// zqxpack: makes a program file from ordinary audio files.
+#include "PackCommandLine.h"
+#include "zqxauthor/PacketEncoderFactory.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+
+namespace {
+
+constexpr int kExitPackFailed = 1;
+constexpr int kExitUsage = 2;
+constexpr int kBarWidth = 40;
+
+// Redraws only when the shown percentage changes, so a long file does not flood the terminal.
+class ProgressBar {
+public:
+    void Show(double fraction)
+    {
+        const int percent = int(fraction * 100);
+        if (percent == shown_)
+            return;
+        shown_ = percent;
+        const int filled = percent * kBarWidth / 100;
+        std::printf("\r[%s%s] %3d%%", std::string(std::size_t(filled), '#').c_str(),
+                    std::string(std::size_t(kBarWidth - filled), '.').c_str(), percent);
+        std::fflush(stdout);
+    }
+    void End()
+    {
+        if (shown_ >= 0)
+            std::printf("\n");
+    }
+
+private:
+    int shown_ = -1;
+};
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    std::vector<std::string> args(argv + 1, argv + argc);
+    zqxpack::PackCommandLine cl;
+    std::string error;
+    if (!zqxpack::ParsePackCommandLine(args, cl, error)) {
+        std::fprintf(stderr, "zqxpack: %s\n%s", error.c_str(), zqxpack::kPackUsage);
+        return kExitUsage;
+    }
+    if (cl.help) {
+        std::fputs(zqxpack::kPackUsage, stdout);
+        return 0;
+    }
+    const auto& r = cl.request;
+    if (const auto* info = zqxauthor::FindFileType(r.fileType);
+        info && std::filesystem::path(r.output).extension() != info->extension)
+        std::fprintf(stderr, "zqxpack: warning: type %d files are named '%s'; the player may not find '%s'\n",
+                     r.fileType, info->extension, r.output.c_str());
+
+    ProgressBar bar;
+    const bool showProgress = !cl.quiet && isatty(STDOUT_FILENO);
+    zqxauthor::ProgramPacker packer;
+    const bool ok =
+        packer.Pack(r, showProgress ? zqxauthor::ProgramPacker::Progress([&](double f) { bar.Show(f); })
+                                    : zqxauthor::ProgramPacker::Progress());
+    bar.End();
+    if (!ok) {
+        std::fprintf(stderr, "zqxpack: %s\n", packer.Error().c_str());
+        return kExitPackFailed;
+    }
+    if (!cl.quiet)
+        std::printf("%s: type %d, %u packets\n", r.output.c_str(), r.fileType, packer.PacketsWritten());
+    return 0;
+}
