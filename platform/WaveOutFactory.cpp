@@ -112,7 +112,7 @@ std::unique_ptr<WaveOut> CreateWaveOut(std::string_view spec, std::string* error
     } else {
         // A last ":SPEED" that does not parse belongs to the file name.
         const std::size_t colon = rest.rfind(':');
-        if (colon != std::string_view::npos && colon > 0 && ParseSpeed(rest.substr(colon + 1), &speed)) {
+        if (colon != std::string_view::npos && ParseSpeed(rest.substr(colon + 1), &speed)) {
             rest = rest.substr(0, colon);
         }
         if (rest.empty()) {
