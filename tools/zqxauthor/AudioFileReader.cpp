@@ -3,6 +3,8 @@
 #include <samplerate.h>
 #include <sndfile.h>
 
+#include <algorithm>
+#include <cmath>
 #include <vector>
 
 namespace zqxauthor {
@@ -57,7 +59,11 @@ bool AudioFileReader::Convert(std::uint32_t rate, std::uint32_t channels, const 
     std::vector<float> mixed(std::size_t(kChunkFrames) * channels);
     std::vector<float> converted(std::size_t(kChunkFrames * ratio + 64) * channels);
     std::vector<std::int16_t> out(converted.size());
-    std::uint64_t done = 0;
+    std::uint64_t done = 0; // source frames read
+    std::uint64_t sent = 0; // converted frames handed to the sink
+    auto expected = [&](std::uint64_t source) {
+        return std::int64_t(std::llround(double(source) * ratio));
+    };
     bool ok = true;
     for (bool end = false; ok && !end;) {
         const sf_count_t got = sf_readf_float(file_, in.data(), kChunkFrames);
@@ -98,10 +104,15 @@ bool AudioFileReader::Convert(std::uint32_t rate, std::uint32_t channels, const 
                     ok = Fail(std::string("sample-rate conversion failed: ") + src_strerror(err));
                     break;
                 }
-                src_float_to_short_array(converted.data(), out.data(),
-                                         int(data.output_frames_gen * channels));
-                if (data.output_frames_gen > 0 &&
-                    !sink(std::span(out.data(), std::size_t(data.output_frames_gen) * channels), done)) {
+                // The converter's filter delay makes its total drift from the exact length by a
+                // sample or two; hold it to the exact length so later sections start on time.
+                long n = data.output_frames_gen;
+                if (end)
+                    n = std::min<long>(n,
+                                       long(std::max<std::int64_t>(0, expected(done) - std::int64_t(sent))));
+                src_float_to_short_array(converted.data(), out.data(), int(n * channels));
+                sent += std::uint64_t(n);
+                if (n > 0 && !sink(std::span(out.data(), std::size_t(n) * channels), done)) {
                     ok = Fail("");
                     break;
                 }
@@ -109,6 +120,16 @@ bool AudioFileReader::Convert(std::uint32_t rate, std::uint32_t channels, const 
                 data.input_frames -= data.input_frames_used;
                 if (data.input_frames == 0 && (!end || data.output_frames_gen == 0))
                     break;
+            }
+            if (ok && end && std::int64_t(sent) < expected(done)) {
+                std::fill(out.begin(), out.end(), 0);
+                while (ok && std::int64_t(sent) < expected(done)) {
+                    const auto n =
+                        std::min<std::uint64_t>(std::uint64_t(expected(done)) - sent, out.size() / channels);
+                    sent += n;
+                    if (!sink(std::span(out.data(), std::size_t(n) * channels), done))
+                        ok = Fail("");
+                }
             }
             continue;
         }
