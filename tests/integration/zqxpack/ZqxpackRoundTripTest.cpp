@@ -60,8 +60,7 @@ protected:
     // Runs zqxpack; returns its exit status and leaves its output in `output`.
     int Run(const std::string& args, std::string* output = nullptr)
     {
-        const char* build = std::getenv("TALVO_BUILD_DIR");
-        const std::string cmd = std::string(build ? build : ".") + "/bin/zqxpack " + args + " 2>&1";
+        const std::string cmd = std::string(ZQXPACK_PATH) + " " + args + " 2>&1";
         FILE* p = popen(cmd.c_str(), "r");
         std::string text;
         char buf[512];
