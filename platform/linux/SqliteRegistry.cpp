@@ -64,6 +64,7 @@ CREATE TABLE vals(
     type INTEGER NOT NULL,
     data BLOB NOT NULL,
     UNIQUE(key, folded));
+CREATE INDEX vals_order ON vals(key, id);
 )sql";
 
 // Case folding as the original platform did it: each UTF-16 code unit upper-cased
@@ -207,8 +208,14 @@ public:
             {&s.deleteTreeKeys, "WITH RECURSIVE tree(id) AS (SELECT ?1 UNION ALL "
                                 "SELECT keys.id FROM keys JOIN tree ON keys.parent = tree.id) "
                                 "DELETE FROM keys WHERE id IN tree"},
-            {&s.enumKey, "SELECT name FROM keys WHERE parent = ?1 ORDER BY folded LIMIT 1 OFFSET ?2"},
-            {&s.enumValue, "SELECT name, type, data FROM vals WHERE key = ?1 ORDER BY id LIMIT 1 OFFSET ?2"},
+            {&s.enumKey, "SELECT name, folded FROM keys WHERE parent = ?1 ORDER BY folded LIMIT 1 OFFSET ?2"},
+            {&s.enumKeyAfter, "SELECT name, folded FROM keys WHERE parent = ?1 AND folded > ?2 "
+                              "ORDER BY folded LIMIT 1"},
+            {&s.enumValue,
+             "SELECT name, type, data, id FROM vals WHERE key = ?1 ORDER BY id LIMIT 1 OFFSET ?2"},
+            {&s.enumValueAfter, "SELECT name, type, data, id FROM vals WHERE key = ?1 AND id > ?2 "
+                                "ORDER BY id LIMIT 1"},
+            {&s.dataVersion, "PRAGMA data_version"},
             {&s.begin, "BEGIN"},
             {&s.beginImmediate, "BEGIN IMMEDIATE"},
             {&s.commit, "COMMIT"},
@@ -431,15 +438,24 @@ public:
         Transaction txn(*this, false);
         if ((status = txn.Begin()) != ERROR_SUCCESS || (status = CheckAlive(id)) != ERROR_SUCCESS)
             return status;
-        sqlite3_stmt* enumerate = statements_->enumKey.Use();
+        std::int64_t version = DataVersion();
+        sqlite3_stmt* enumerate = nullptr;
+        if (keyCursor_.Continues(id, index, version)) {
+            enumerate = statements_->enumKeyAfter.Use();
+            BindText(enumerate, 2, keyCursor_.lastFolded);
+        } else {
+            enumerate = statements_->enumKey.Use();
+            sqlite3_bind_int64(enumerate, 2, index);
+        }
         sqlite3_bind_int64(enumerate, 1, id);
-        sqlite3_bind_int64(enumerate, 2, index);
         int rc = sqlite3_step(enumerate);
         if (rc == SQLITE_DONE)
             return ERROR_NO_MORE_ITEMS;
         if (rc != SQLITE_ROW)
             return StatusOf(rc);
         *name = ColumnText(enumerate, 0);
+        keyCursor_.Remember(id, index, version);
+        keyCursor_.lastFolded = ColumnText(enumerate, 1);
         return ERROR_SUCCESS;
     }
 
@@ -454,14 +470,23 @@ public:
         Transaction txn(*this, false);
         if ((status = txn.Begin()) != ERROR_SUCCESS || (status = CheckAlive(id)) != ERROR_SUCCESS)
             return status;
-        sqlite3_stmt* enumerate = statements_->enumValue.Use();
+        std::int64_t version = DataVersion();
+        sqlite3_stmt* enumerate = nullptr;
+        if (valueCursor_.Continues(id, index, version)) {
+            enumerate = statements_->enumValueAfter.Use();
+            sqlite3_bind_int64(enumerate, 2, valueCursor_.lastId);
+        } else {
+            enumerate = statements_->enumValue.Use();
+            sqlite3_bind_int64(enumerate, 2, index);
+        }
         sqlite3_bind_int64(enumerate, 1, id);
-        sqlite3_bind_int64(enumerate, 2, index);
         int rc = sqlite3_step(enumerate);
         if (rc == SQLITE_DONE)
             return ERROR_NO_MORE_ITEMS;
         if (rc != SQLITE_ROW)
             return StatusOf(rc);
+        valueCursor_.Remember(id, index, version);
+        valueCursor_.lastId = sqlite3_column_int64(enumerate, 3);
         if (name)
             *name = ColumnText(enumerate, 0);
         if (type)
@@ -485,6 +510,7 @@ public:
             if ((status = txn.Begin()) != ERROR_SUCCESS || (status = CheckAlive(id)) != ERROR_SUCCESS)
                 return status;
         }
+        ResetStatements();
         // A full checkpoint syncs the log, copies it into the database and syncs that.
         int rc = sqlite3_wal_checkpoint_v2(db_, nullptr, SQLITE_CHECKPOINT_FULL, nullptr, nullptr);
         return StatusOf(rc);
@@ -493,7 +519,8 @@ public:
 private:
     struct Statements {
         Statement keyExists, findChild, insertKey, findValue, setValue, deleteValue, deleteTreeValues,
-            deleteTreeKeys, enumKey, enumValue, begin, beginImmediate, commit, rollback;
+            deleteTreeKeys, enumKey, enumKeyAfter, enumValue, enumValueAfter, dataVersion, begin,
+            beginImmediate, commit, rollback;
     };
 
     // Rolls back unless committed, so every early return leaves no transaction open.
@@ -502,8 +529,10 @@ private:
         Transaction(SqliteRegistry& owner, bool write) : owner_(owner), write_(write) {}
         ~Transaction()
         {
-            if (open_)
+            if (open_) {
+                owner_.ResetStatements();
                 sqlite3_step(owner_.statements_->rollback.Use());
+            }
         }
         RegStatus Begin()
         {
@@ -514,9 +543,14 @@ private:
         }
         RegStatus Commit()
         {
+            owner_.ResetStatements();
             int rc = sqlite3_step(owner_.statements_->commit.Use());
-            if (rc == SQLITE_DONE)
+            if (rc == SQLITE_DONE) {
                 open_ = false;
+                // This connection's own writes do not move data_version.
+                if (write_)
+                    owner_.keyCursor_.valid = owner_.valueCursor_.valid = false;
+            }
             return StatusOf(rc);
         }
 
@@ -525,6 +559,37 @@ private:
         bool write_;
         bool open_ = false;
     };
+
+    // Where the last enumeration stopped.  Callers enumerate index after index,
+    // and picking up after the last row instead of skipping `index` rows keeps
+    // a whole enumeration linear rather than quadratic in the number of items.
+    struct EnumCursor {
+        bool valid = false;
+        std::int64_t key = 0;
+        DWORD index = 0;
+        std::int64_t dataVersion = 0;
+        std::u16string lastFolded;
+        std::int64_t lastId = 0;
+
+        bool Continues(std::int64_t k, DWORD i, std::int64_t version) const
+        {
+            return valid && key == k && i == index + 1 && dataVersion == version;
+        }
+        void Remember(std::int64_t k, DWORD i, std::int64_t version)
+        {
+            valid = true;
+            key = k;
+            index = i;
+            dataVersion = version;
+        }
+    };
+
+    // Changes whenever another connection commits.
+    std::int64_t DataVersion()
+    {
+        sqlite3_stmt* version = statements_->dataVersion.Use();
+        return sqlite3_step(version) == SQLITE_ROW ? sqlite3_column_int64(version, 0) : -1;
+    }
 
     static bool IsRoot(HKEY key)
     {
@@ -557,6 +622,17 @@ private:
             return ERROR_INVALID_HANDLE;
         *id = found->second;
         return ERROR_SUCCESS;
+    }
+
+    // A statement left on a row holds its read snapshot open, which would keep
+    // COMMIT from ending the transaction and a checkpoint from finishing.
+    void ResetStatements()
+    {
+        for (sqlite3_stmt* stmt = sqlite3_next_stmt(db_, nullptr); stmt;
+             stmt = sqlite3_next_stmt(db_, stmt)) {
+            if (sqlite3_stmt_busy(stmt))
+                sqlite3_reset(stmt);
+        }
     }
 
     // Key rows are never reused (AUTOINCREMENT), so a missing row means this
@@ -597,6 +673,8 @@ private:
     // Handles are small integers counting up from 1, far below the roots' values.
     std::unordered_map<HKEY, std::int64_t> handles_;
     HKEY nextHandle_ = 1;
+    EnumCursor keyCursor_;
+    EnumCursor valueCursor_;
 };
 
 int Exec(sqlite3* db, const char* sql)
