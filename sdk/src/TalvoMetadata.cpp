@@ -19,8 +19,10 @@ int CTalvoMetadata::OpenZQXFile(const std::u16string& path)
         if (const int rc = file.Open(*utf8); rc != ZQX_OK)
             return rc;
         ProgramInfo info;
-        // No index and no audio: discovery reads many files and needs only this.
-        if (const int rc = ReadProgram(file, info, nullptr); rc != ZQX_OK)
+        // The index is verified too, so a file this accepts also opens for
+        // playback unless its audio bytes are damaged; the audio is not read.
+        std::vector<PacketEntry> packets;
+        if (const int rc = ReadProgram(file, info, &packets); rc != ZQX_OK)
             return rc;
         programId = info.programId;
         fileType = info.fileType;

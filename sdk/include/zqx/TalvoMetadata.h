@@ -1,8 +1,8 @@
 #pragma once
 // CTalvoMetadata: the descriptive side of one program file, read without opening
 // it for playback.  OpenZQXFile reads and verifies the header and the metadata,
-// section, picture and index chunks; it never reads audio, so scanning a folder
-// of programs stays cheap.  The object is a plain value: copying it copies every
+// section, picture and index chunks; it never reads the audio itself, so
+// scanning a folder of programs stays cheap.  The object is a plain value: copying it copies every
 // field, and it holds no OS resource after OpenZQXFile returns.
 
 #include "zqx/zqxsdk.h"
