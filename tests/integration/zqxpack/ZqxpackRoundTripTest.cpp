@@ -212,7 +212,9 @@ TEST_F(Zqxpack, SpansCutTheProgramIntoPartsAndResampleTheInput)
     for (int i = 0; i < 3; ++i)
         inputs += " " + WriteWav("s" + std::to_string(i) + ".wav", 44100, 2, Signal(44100, 2, 2.0, i));
     ASSERT_EQ(Run("-q --type 1 --span 0:3000 -o " + Path("p1.zq") + inputs), 0);
-    ASSERT_EQ(Run("-q --type 1 --span 3000:6000 -o " + Path("p2.zq") + inputs), 0);
+    // The second part names its inputs through a section list, relative to the list's folder.
+    std::ofstream(Path("list.txt")) << "# sections\ns0.wav\ns1.wav\tThe Middle\n\ns2.wav\n";
+    ASSERT_EQ(Run("-q --type 1 --span 3000:6000 -o " + Path("p2.zq") + " --sections " + Path("list.txt")), 0);
 
     CTalvoMetadata part1, part2;
     ASSERT_EQ(part1.OpenZQXFile(Wide(Path("p1.zq"))), ZQX_OK);
@@ -227,7 +229,7 @@ TEST_F(Zqxpack, SpansCutTheProgramIntoPartsAndResampleTheInput)
     ASSERT_EQ(part1.GetSectionCount(), 2);
     EXPECT_EQ(part1.GetSectionStart(1), 2000u);
     ASSERT_EQ(part2.GetSectionCount(), 2);
-    EXPECT_EQ(part2.GetSectionTitle(0), u"s1");
+    EXPECT_EQ(part2.GetSectionTitle(0), u"The Middle");
     EXPECT_EQ(part2.GetSectionStart(0), 0u);
     EXPECT_EQ(part2.GetSectionTitle(1), u"s2");
     EXPECT_EQ(part2.GetSectionStart(1), 1000u);
