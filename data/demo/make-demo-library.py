@@ -178,6 +178,9 @@ def pack(zqxpack, program, work, out_root, part=None):
         half = total // 2
         span = f"0:{half}" if part == 1 else f"{half}:{total}"
         args += ["--span", span]
+        if part == 2:
+            # The clock of the second part runs on from where the first part stopped.
+            args += ["--time-offset", str(half)]
         name += f" Part {part}"
     for (title, _), wav in zip(program["sections"], wavs):
         args += ["--section-title", title]
