@@ -156,3 +156,22 @@ TEST(Mp3FrameRepacker, RejectsStreamsItCannotCarry)
         EXPECT_FALSE(r.Push(LameEncode(pcm, 24))) << "stays failed";
     }
 }
+
+TEST(Mp3FrameRepacker, OutputDoesNotDependOnHowTheInputIsSplit)
+{
+    const auto stream = LameEncode(SpeechLike(3.0, 1.0, 5), 24);
+    Mp3FrameRepacker whole, bytewise;
+    ASSERT_TRUE(whole.Push(stream) && whole.Finish()) << whole.Error();
+    std::vector<Mp3FrameRepacker::Frame> pieces;
+    for (std::uint8_t b : stream) {
+        ASSERT_TRUE(bytewise.Push(std::span(&b, 1))) << bytewise.Error();
+        for (const auto& f : bytewise.TakeFrames())
+            pieces.push_back(f);
+    }
+    ASSERT_TRUE(bytewise.Finish());
+    for (const auto& f : bytewise.TakeFrames())
+        pieces.push_back(f);
+    const auto frames = whole.TakeFrames();
+    EXPECT_EQ(frames.size(), whole.InputFrames());
+    EXPECT_TRUE(frames == pieces);
+}
