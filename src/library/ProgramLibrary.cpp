@@ -1,0 +1,294 @@
+#include "library/ProgramLibrary.h"
+
+#include "app/StringTable.h"
+#include "library/ProgramDeletion.h"
+#include "library/ProgramStateStore.h"
+#include "settings/SettingsStore.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+#include <QStandardPaths>
+#include <algorithm>
+#include <new>
+
+namespace talvo {
+namespace {
+
+// Both ".zq" and ".zqx" files, whatever the case of the name.
+const QStringList kProgramPattern{QStringLiteral("*.zq*")};
+constexpr const char* kMusicVariable = "TALVOPLAYER_MUSIC";
+constexpr QDir::Filters kEveryEntry = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
+
+QString WithSlash(const QString& folder)
+{
+    return folder.endsWith(QLatin1Char('/')) ? folder : folder + QLatin1Char('/');
+}
+
+// A folder's names in code-unit order, so that a search finds the same list
+// on every run and every file system.
+QStringList ListNames(const QString& folder, const QStringList& patterns = {})
+{
+    QStringList names = QDir(folder).entryList(patterns, kEveryEntry, QDir::NoSort);
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+QString AppName()
+{
+    return LoadString(Str::AppName);
+}
+
+} // namespace
+
+LibraryFolders DefaultLibraryFolders(const QString& applicationFolder)
+{
+    LibraryFolders folders;
+    folders.applicationFolder = applicationFolder;
+    folders.musicFolder = qEnvironmentVariable(kMusicVariable);
+    if (folders.musicFolder.isEmpty())
+        folders.musicFolder = QStandardPaths::writableLocation(QStandardPaths::MusicLocation);
+    folders.programFilesFolder =
+        QDir::cleanPath(QCoreApplication::applicationDirPath() + QStringLiteral("/.."));
+    return folders;
+}
+
+ProgramLibrary::ProgramLibrary(Registry& registry, ProgramStateStore& store, const StorageCards& cards,
+                               LibraryFolders folders)
+    : registry_(registry), store_(store), cards_(cards), folders_(std::move(folders))
+{
+}
+
+ProgramLibrary::~ProgramLibrary()
+{
+    ReleaseCurrent();
+}
+
+bool ProgramLibrary::RefreshAll()
+{
+    ScanFolderFlat(folders_.applicationFolder);
+    ScanFolderTwoLevel(folders_.musicFolder);
+    EnumerateStorageCards();
+    for (const StorageCard& card : std::vector<StorageCard>(cardsFound_)) {
+        ScanFolderFlat(card.root);
+        ScanCardFolders(card, true);
+    }
+    if (!entries_.empty())
+        ReopenLastProgram();
+    return true;
+}
+
+void ProgramLibrary::ScanCardFolders(const StorageCard& card, bool requireDirectory)
+{
+    const QString root = WithSlash(card.root);
+    for (const QString& folder : {root + AppName() + QLatin1Char('/'),
+                                  root + QStringLiteral("Program Files/") + AppName() + QLatin1Char('/')}) {
+        QFileInfo info(folder);
+        if (requireDirectory ? info.isDir() : info.exists())
+            ScanFolderFlat(folder);
+    }
+    ScanFolderTwoLevel(root + QStringLiteral("Music/"));
+}
+
+bool ProgramLibrary::ScanForSync(const std::optional<QString>& folder)
+{
+    EnumerateStorageCards();
+    if (folder) {
+        const QString argument = WithSlash(*folder);
+        for (const StorageCard& card : std::vector<StorageCard>(cardsFound_)) {
+            if (argument.startsWith(WithSlash(card.root)))
+                ScanFolderFlat(argument);
+            ScanCardFolders(card, false);
+        }
+        return true;
+    }
+    const QString prefix = WithSlash(folders_.programFilesFolder);
+    for (const QString& candidate :
+         {prefix + AppName() + QLatin1Char('/'),
+          prefix + QStringLiteral("Program Files/") + AppName() + QLatin1Char('/')}) {
+        if (QFileInfo::exists(candidate))
+            ScanFolderFlat(candidate);
+    }
+    ScanFolderTwoLevel(prefix + QStringLiteral("Music/"));
+    return true;
+}
+
+void ProgramLibrary::ScanFolderFlat(const QString& folder)
+{
+    if (folder.isEmpty())
+        return;
+    const QString base = WithSlash(folder);
+    for (const QString& name : ListNames(base, kProgramPattern))
+        ProcessFoundFile(base + name);
+}
+
+void ProgramLibrary::ScanFolderTwoLevel(const QString& folder)
+{
+    if (folder.isEmpty())
+        return;
+    const QString base = WithSlash(folder);
+    // Every name counts as a folder; a plain file simply lists nothing below it.
+    for (const QString& first : ListNames(base)) {
+        const QString firstFolder = base + first + QLatin1Char('/');
+        for (const QString& second : ListNames(firstFolder)) {
+            const QString secondFolder = firstFolder + second + QLatin1Char('/');
+            for (const QString& name : ListNames(secondFolder, kProgramPattern))
+                ProcessFoundFile(secondFolder + name);
+        }
+    }
+}
+
+void ProgramLibrary::ProcessFoundFile(const QString& path)
+{
+    auto entry = std::make_unique<ProgramFile>(path);
+    entry->inMainMemory = !IsOnStorageCard(path);
+    // Before the metadata, while the key is still empty: the real bookmarks
+    // are read when the program is opened.
+    store_.LoadProgramState(*entry);
+    if (entry->ReadMetadata() != ZQX_OK)
+        return;
+    if (paths_.contains(path))
+        return;
+    Append(std::move(entry));
+    // The metadata reader holds nothing open once it has read, so the kept
+    // entry needs no closing here.
+}
+
+bool ProgramLibrary::Append(std::unique_ptr<ProgramFile> entry)
+{
+    if (Count() == capacity_) {
+        const std::int64_t grown = capacity_ == 0 ? 1 : std::int64_t{capacity_} * 2;
+        if (grown > kMaxEntrySlots)
+            return false;
+        try {
+            entries_.reserve(static_cast<std::size_t>(grown));
+        } catch (const std::bad_alloc&) {
+            return false;
+        }
+        capacity_ = static_cast<std::int32_t>(grown);
+    }
+    paths_.insert(entry->path);
+    entries_.push_back(std::move(entry));
+    return true;
+}
+
+void ProgramLibrary::EnumerateStorageCards()
+{
+    cardNames_.clear();
+    cardsFound_.clear();
+    for (StorageCard& card : cards_.Enumerate()) {
+        if (card.name.isEmpty())
+            continue;
+        cardNames_.append(card.name);
+        cardsFound_.push_back(std::move(card));
+    }
+}
+
+bool ProgramLibrary::IsOnStorageCard(const QString& path) const
+{
+    return std::any_of(cardsFound_.begin(), cardsFound_.end(), [&](const StorageCard& card) {
+        return path.startsWith(WithSlash(card.root), Qt::CaseSensitive);
+    });
+}
+
+std::int32_t ProgramLibrary::IndexOfPath(const QString& path) const
+{
+    for (std::size_t i = 0; i < entries_.size(); ++i) {
+        if (entries_[i]->path == path)
+            return static_cast<std::int32_t>(i);
+    }
+    return -1;
+}
+
+void ProgramLibrary::ReopenLastProgram()
+{
+    std::int32_t index = IndexOfPath(SettingsStore(registry_).GetLastProgram());
+    SelectProgram(index < 0 ? 0 : index);
+}
+
+void ProgramLibrary::SelectProgram(std::int32_t index)
+{
+    if (index < 0 || index >= Count())
+        return;
+    ReleaseCurrent();
+    currentIndex_ = index;
+    ProgramFile& entry = *entries_[static_cast<std::size_t>(index)];
+    if (entry.Open(store_))
+        SettingsStore(registry_).SetLastProgram(entry.path);
+}
+
+void ProgramLibrary::ReleaseCurrent()
+{
+    ProgramFile* entry = Current();
+    // Only an open program holds its real position and bookmarks; the state of
+    // one that is not open is what discovery read, and saving it would write
+    // over the stored record.
+    if (entry == nullptr || !entry->IsOpen())
+        return;
+    store_.SaveProgramState(*entry);
+    entry->Close();
+}
+
+ProgramFile* ProgramLibrary::Current() const
+{
+    if (currentIndex_ < 0 || currentIndex_ >= Count())
+        return nullptr;
+    return entries_[static_cast<std::size_t>(currentIndex_)].get();
+}
+
+void ProgramLibrary::Clear()
+{
+    ReleaseCurrent();
+    entries_.clear();
+    paths_.clear();
+    currentIndex_ = -1;
+}
+
+bool ProgramLibrary::RemoveEntryAt(std::int32_t index)
+{
+    if (index < 0 || index >= Count())
+        return false;
+    paths_.remove(entries_[static_cast<std::size_t>(index)]->path);
+    entries_.erase(entries_.begin() + index);
+    if (index == currentIndex_)
+        currentIndex_ = -1;
+    else if (index < currentIndex_)
+        --currentIndex_;
+    return true;
+}
+
+bool ProgramLibrary::DeleteProgram(ProgramFile& entry)
+{
+    // entry may be the listed object itself, which RemoveEntryAt destroys.
+    const QString path = entry.path;
+    const std::int32_t index = IndexOfPath(path);
+    if (index < 0)
+        return false;
+    entry.Close();
+    const QString sideFile = PositionSideFilePath(path);
+    if (!DeleteFileReporting(path))
+        return false;
+    // The SDK writes the side file only once a position was saved; a missing one
+    // is reported but does not undo the deletion.
+    DeleteFileReporting(sideFile);
+    RemoveEntryAt(index);
+    return true;
+}
+
+bool ProgramLibrary::DeletePrograms(const std::optional<QString>& folder)
+{
+    QStringList doomed;
+    for (const auto& entry : entries_) {
+        if (!folder || entry->path.startsWith(WithSlash(*folder)))
+            doomed.append(entry->path);
+    }
+    bool allDeleted = true;
+    for (const QString& path : doomed) {
+        const std::int32_t index = IndexOfPath(path);
+        if (index < 0 || !DeleteProgram(At(index)))
+            allDeleted = false;
+    }
+    return allDeleted;
+}
+
+} // namespace talvo

@@ -1,0 +1,27 @@
+#pragma once
+// Each program's listening position and named bookmarks, kept in the registry
+// under HKEY_LOCAL_MACHINE\SOFTWARE\Talvo\AudioData\<program key>.  Values in
+// the registry count from the start of the whole program; in memory they count
+// from the start of the file, which differs for a file holding a part of a
+// longer program (its span start is added on save and taken off on load).
+#include "platform/Registry.h"
+
+namespace talvo {
+
+class ProgramFile;
+
+class ProgramStateStore {
+public:
+    explicit ProgramStateStore(Registry& registry) : registry_(registry) {}
+
+    // Saves the SDK's own position, then "play_pos" and the whole bookmark list.
+    bool SaveProgramState(ProgramFile& entry);
+    // Restores the SDK's stored position into the open file and reads the
+    // bookmarks; true when the bookmarks key was readable.
+    bool LoadProgramState(ProgramFile& entry);
+
+private:
+    Registry& registry_;
+};
+
+} // namespace talvo

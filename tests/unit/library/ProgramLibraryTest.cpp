@@ -1,0 +1,154 @@
+#include "LibraryTestSupport.h"
+#include "library/ProgramDeletion.h"
+#include "library/ProgramRecordLayout.h"
+#include "settings/SettingsStore.h"
+
+namespace talvo::test {
+namespace {
+
+class ProgramLibraryTest : public LibraryTest {};
+
+TEST_F(ProgramLibraryTest, FindsProgramsInSearchOrderAndOnlyTwoLevelsBelowMusic)
+{
+    SetCards({QStringLiteral("cards/Storage Card")});
+    const QString card = At(QStringLiteral("cards/Storage Card/"));
+    MakeProgram(At(QStringLiteral("app/b.zq")), {.id = "B"});
+    MakeProgram(At(QStringLiteral("app/a.zq")), {.id = "A"});
+    WriteJunk(At(QStringLiteral("app/damaged.zq")));
+    MakeProgram(At(QStringLiteral("app/notes.txt")), {.id = "TXT"});
+    MakeProgram(At(QStringLiteral("music/direct.zq")), {.id = "D0"});
+    MakeProgram(At(QStringLiteral("music/Author/one.zq")), {.id = "D1"});
+    MakeProgram(At(QStringLiteral("music/Author/Title/two.ZQX")), {.id = "D2"});
+    MakeProgram(At(QStringLiteral("music/Author/Title/deeper/three.zq")), {.id = "D3"});
+    MakeProgram(At(QStringLiteral("music/Other/Copy/a.zq")), {.id = "A"});
+    MakeProgram(card + QStringLiteral("root.zq"), {.id = "R"});
+    MakeProgram(card + QStringLiteral("TalvoPlayer/own.zq"), {.id = "O"});
+    MakeProgram(card + QStringLiteral("Program Files/TalvoPlayer/installed.zq"), {.id = "I"});
+    MakeProgram(card + QStringLiteral("Music/Writer/Book/book.zq"), {.id = "M"});
+
+    ASSERT_TRUE(library->RefreshAll());
+    EXPECT_EQ(Paths(),
+              (QStringList{At(QStringLiteral("app/a.zq")), At(QStringLiteral("app/b.zq")),
+                           At(QStringLiteral("music/Author/Title/two.ZQX")),
+                           At(QStringLiteral("music/Other/Copy/a.zq")), card + QStringLiteral("root.zq"),
+                           card + QStringLiteral("TalvoPlayer/own.zq"),
+                           card + QStringLiteral("Program Files/TalvoPlayer/installed.zq"),
+                           card + QStringLiteral("Music/Writer/Book/book.zq")}));
+    EXPECT_EQ(library->CardNames(), QStringList{QStringLiteral("Storage Card")});
+    EXPECT_TRUE(library->At(3).inMainMemory);
+    EXPECT_FALSE(library->At(4).inMainMemory);
+    EXPECT_EQ(library->At(2).GetProgramId(), "D2");
+    // Only the current program has its SDK file open.
+    EXPECT_EQ(library->CurrentIndex(), 0);
+    EXPECT_TRUE(library->At(0).IsOpen());
+    EXPECT_FALSE(library->At(1).IsOpen());
+    EXPECT_TRUE(device.messages().isEmpty());
+}
+
+TEST_F(ProgramLibraryTest, NothingFoundSelectsNothing)
+{
+    SetCards({QStringLiteral("cards/Empty")});
+    ASSERT_TRUE(library->RefreshAll());
+    EXPECT_EQ(library->Count(), 0);
+    EXPECT_EQ(library->Current(), nullptr);
+}
+
+TEST_F(ProgramLibraryTest, AnInstallOnTheCardIsSearchedTwiceWithoutDuplicates)
+{
+    SetCards({QStringLiteral("cards/SD")});
+    const QString installed = At(QStringLiteral("cards/SD/TalvoPlayer"));
+    MakeProgram(installed + QStringLiteral("/p.zq"));
+    ProgramLibrary onCard(*registry, *store, *cards, {installed, At(QStringLiteral("music")), QString()});
+    onCard.RefreshAll();
+    ASSERT_EQ(onCard.Count(), 1);
+    EXPECT_EQ(onCard.At(0).path, installed + QStringLiteral("/p.zq"));
+}
+
+TEST_F(ProgramLibraryTest, ReopensTheLastProgramOrTheFirst)
+{
+    MakeProgram(At(QStringLiteral("app/1.zq")), {.id = "ONE"});
+    MakeProgram(At(QStringLiteral("app/2.zq")), {.id = "TWO"});
+    SettingsStore settings(*registry);
+
+    settings.SetLastProgram(At(QStringLiteral("app/gone.zq")));
+    library->RefreshAll();
+    EXPECT_EQ(library->CurrentIndex(), 0);
+
+    // Selecting releases the previous program, whose state is saved; a program
+    // with a saved record opens fully and becomes the last program.
+    library->SelectProgram(1);
+    EXPECT_FALSE(library->At(0).IsOpen());
+    library->SelectProgram(0);
+    library->SelectProgram(1);
+    EXPECT_EQ(settings.GetLastProgram(), At(QStringLiteral("app/2.zq")));
+    library->SelectProgram(5);
+    EXPECT_EQ(library->CurrentIndex(), 1);
+
+    library->Clear();
+    library->RefreshAll();
+    EXPECT_EQ(library->CurrentIndex(), 1);
+    EXPECT_TRUE(library->Current()->IsOpen());
+}
+
+TEST_F(ProgramLibraryTest, DeletingRemovesFileSideFileAndEntryButKeepsTheRecord)
+{
+    const QString first = At(QStringLiteral("app/first.zq"));
+    const QString second = At(QStringLiteral("app/second.zq"));
+    const QString third = At(QStringLiteral("app/third.zq"));
+    MakeProgram(first, {.id = "FIRST"});
+    MakeProgram(second, {.id = "SECOND"});
+    MakeProgram(third, {.id = "THIRD"});
+    library->RefreshAll();
+    library->Current()->bookmarks = {{u"Mark", 700}};
+    library->SelectProgram(2); // saves the first program: its side file and its record
+    ASSERT_TRUE(QFileInfo::exists(PositionSideFilePath(first)));
+
+    ASSERT_TRUE(library->DeleteProgram(library->At(0)));
+    EXPECT_FALSE(QFileInfo::exists(first));
+    EXPECT_FALSE(QFileInfo::exists(PositionSideFilePath(first)));
+    EXPECT_EQ(Paths(), (QStringList{second, third}));
+    EXPECT_EQ(library->CurrentIndex(), 1); // still the third program
+    EXPECT_TRUE(device.messages().isEmpty());
+
+    // The second program never saved a position: one box for its side file.
+    ASSERT_TRUE(library->DeleteProgram(library->At(0)));
+    EXPECT_EQ(Paths(), QStringList{third});
+    const QStringList boxes = device.messages();
+    ASSERT_EQ(boxes.size(), 1);
+    EXPECT_EQ(boxes[0], QStringLiteral("TalvoPlayer Error\tFailed to delete program file %1. No such file or "
+                                       "directory.\t0x50010")
+                            .arg(PositionSideFilePath(second)));
+
+    // Copied back, the program finds its bookmarks again.
+    MakeProgram(first, {.id = "FIRST"});
+    library->RefreshAll();
+    library->SelectProgram(library->IndexOfPath(first));
+    EXPECT_EQ(library->Current()->bookmarks, (std::vector<Bookmark>{{u"Mark", 700}}));
+}
+
+TEST_F(ProgramLibraryTest, DeletionThatCannotHappenChangesNothing)
+{
+    const QString path = At(QStringLiteral("app/p.zq"));
+    MakeProgram(path);
+    library->RefreshAll();
+
+    ProgramFile stranger(At(QStringLiteral("app/other.zq")));
+    EXPECT_FALSE(library->DeleteProgram(stranger));
+    EXPECT_TRUE(device.messages().isEmpty());
+
+    QFile::remove(path);
+    EXPECT_FALSE(library->DeleteProgram(library->At(0)));
+    EXPECT_EQ(library->Count(), 1);
+    EXPECT_EQ(device.messages().size(), 1);
+    EXPECT_FALSE(library->RemoveEntryAt(1));
+}
+
+TEST(PositionSideFileTest, ReplacesZqBeforeZqx)
+{
+    EXPECT_EQ(PositionSideFilePath(QStringLiteral("/m/book.zq")), QStringLiteral("/m/book.pos"));
+    EXPECT_EQ(PositionSideFilePath(QStringLiteral("/m/book.zqx")), QStringLiteral("/m/book.posx"));
+    EXPECT_EQ(PositionSideFilePath(QStringLiteral("/m.zq/a.zq")), QStringLiteral("/m.pos/a.pos"));
+}
+
+} // namespace
+} // namespace talvo::test
