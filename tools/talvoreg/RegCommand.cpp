@@ -77,6 +77,19 @@ struct Invocation {
     bool help = false;
 };
 
+// The command's switches are a slash and one or two letters; anything longer
+// (an absolute file path, say) is an argument.
+bool IsSwitchLike(const QString& argument)
+{
+    if (!argument.startsWith(QLatin1Char('/')) || argument.size() < 2 || argument.size() > 3)
+        return false;
+    for (qsizetype i = 1; i < argument.size(); ++i) {
+        if (!argument[i].isLetter())
+            return false;
+    }
+    return true;
+}
+
 std::optional<Invocation> ParseArguments(const QStringList& arguments, QString* error)
 {
     Invocation call;
@@ -115,8 +128,7 @@ std::optional<Invocation> ParseArguments(const QStringList& arguments, QString* 
         } else if (lower == QLatin1String("/d")) {
             if (!(call.data = next("data")))
                 return std::nullopt;
-        } else if (argument.startsWith(QLatin1Char('/')) && argument.size() <= 4 && call.command.size() > 0 &&
-                   !call.positional.isEmpty()) {
+        } else if (IsSwitchLike(argument)) {
             *error = QStringLiteral("Invalid syntax: unknown switch %1.").arg(argument);
             return std::nullopt;
         } else if (call.command.isEmpty()) {

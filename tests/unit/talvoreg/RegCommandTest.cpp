@@ -133,6 +133,8 @@ TEST_F(RegCommand, MistakesFailWithAClearMessageAndWriteNothing)
          "HKEY_CLASSES_ROOT.\n"},
         {{QStringLiteral("delete"), QStringLiteral("HKLM"), QStringLiteral("/f")},
          "ERROR: HKEY_LOCAL_MACHINE is a root key and cannot be deleted.\n"},
+        {{QStringLiteral("query"), key, QStringLiteral("/x")},
+         "ERROR: Invalid syntax: unknown switch /x. Type \"talvoreg --help\" for usage.\n"},
         {{QStringLiteral("frobnicate")},
          "ERROR: Invalid syntax: unknown command \"frobnicate\". Type \"talvoreg --help\" for usage.\n"},
     };
