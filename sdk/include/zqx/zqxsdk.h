@@ -104,7 +104,8 @@ ZQX_EXPORT int32_t ZQXGetFileType(ZQXHANDLE h, int32_t* type);
 
 /* Sections are chapters; count may be 0. */
 ZQX_EXPORT int32_t ZQXGetChapterCount(ZQXHANDLE h, int32_t* count);
-/* Last chapter starting at or before the read position; 0 when there is none. */
+/* Last chapter whose start lies in a block at or before the read position (so right
+ * after ZQXSeekToChapter(i) the answer is i); 0 when there is none. */
 ZQX_EXPORT int32_t ZQXGetCurrentChapter(ZQXHANDLE h, int32_t* index);
 
 /*
