@@ -361,4 +361,9 @@ static_assert(StringText(Str::ErrorCaption) == "TalvoPlayer Error");
 // The text as a QString, empty when the table has none.
 QString LoadString(int id);
 
+// The text formatted with printf-style arguments, as the player has always
+// built its messages: "%s" takes UTF-8 (path.toUtf8().constData()), "%d",
+// "%x", "%ld" and "%.02d" take numbers.
+QString FormatString(int id, ...);
+
 } // namespace talvo

@@ -46,7 +46,7 @@ DWORD SelectedValue(const QComboBox* list, const std::array<SettingChoice, N>& c
 
 QString PercentText(int percent)
 {
-    return QString::asprintf(LoadString(Str::PrefsVolumePercent).toUtf8().constData(), percent);
+    return FormatString(Str::PrefsVolumePercent, percent);
 }
 
 } // namespace
