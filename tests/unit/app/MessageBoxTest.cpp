@@ -1,4 +1,5 @@
 #include "platform/MessageBox.h"
+#include "app/ErrorBox.h"
 #include "platform/Trace.h"
 
 #include "tests/support/TestDevice.h"
@@ -24,6 +25,9 @@ TEST(RecordedMessageBox, WritesOneLinePerBoxAndAnswersWithTheFirstButton)
               QStringLiteral("TalvoPlayer Error\tFailed to open\\nthe\\tprogram C:\\\\a.zq\t0x50010"));
     EXPECT_EQ(lines[1], QStringLiteral("\tDelete?\t0x21"));
     EXPECT_EQ(lines[2], QStringLiteral("Q\tSure?\t0x4"));
+
+    EXPECT_EQ(ShowErrorBox(nullptr, QStringLiteral("Low")), IDOK);
+    EXPECT_EQ(device.messages().value(3), QStringLiteral("TalvoPlayer Error\tLow\t0x50010"));
 }
 
 QStringList traced;

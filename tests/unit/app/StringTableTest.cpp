@@ -30,5 +30,17 @@ TEST(StringTable, KeepsTheTextsExactlyAsTheyWereWritten)
     EXPECT_EQ(LoadString(Str::PowerOff90s), QStringLiteral("1.5 min"));
 }
 
+TEST(StringTable, FormatsLikePrintfWithUtf8Text)
+{
+    EXPECT_EQ(
+        FormatString(Str::AudioDeviceError, 11),
+        QStringLiteral("Device audio playback error 11 occured. You may need to soft reset your device."));
+    QByteArray path = QStringLiteral("/Musik/Hörbuch.zq").toUtf8();
+    EXPECT_EQ(FormatString(Str::ProgramOpenFailed, path.constData(), -3),
+              QStringLiteral("Failed to open the program /Musik/Hörbuch.zq. Error -3."));
+    EXPECT_EQ(FormatString(Str::TotalTime, 1, 2, 3), QStringLiteral("01:02:03 Total"));
+    EXPECT_EQ(FormatString(Str::PrefsVolumePercent, 49), QStringLiteral("49%"));
+}
+
 } // namespace
 } // namespace talvo
