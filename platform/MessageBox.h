@@ -4,7 +4,7 @@
 // Contract:
 // - Called on the UI thread only; the call returns when the box is answered.
 // - style combines one button set, one icon and the window flags below, with
-//   the platform's numbers, because callers write them as designed (0x50010 is
+//   the platform's numbers, because callers write them that way (0x50010 is
 //   OK, error icon, set-foreground, top-most).
 // - The answer is one of the ID* values.
 // - ShowMessageBox chooses the implementation at each call: with
