@@ -101,6 +101,9 @@ ProgramPacker::Outcome ProgramPacker::PackOnce(const PackRequest& request, bool 
     packetsWritten_ = 0;
     if (request.output.empty())
         return Fail("no output file given"), Outcome::Failed;
+    if (const auto folder = std::filesystem::path(request.output).parent_path();
+        !folder.empty() && !std::filesystem::is_directory(folder))
+        return Fail("the folder of output '" + request.output + "' does not exist"), Outcome::Failed;
     if (request.sections.empty())
         return Fail("no input audio given"), Outcome::Failed;
     if (request.spanMs && request.spanMs->first >= request.spanMs->second)
@@ -169,6 +172,7 @@ ProgramPacker::Outcome ProgramPacker::PackOnce(const PackRequest& request, bool 
         return true;
     };
 
+    bool pastSpan = false;
     std::vector<std::pair<std::uint64_t, const SectionInput*>> sectionStarts;
     for (std::size_t i = 0; i < readers.size(); ++i) {
         sectionStarts.push_back({position, &request.sections[i]});
@@ -183,8 +187,14 @@ ProgramPacker::Outcome ProgramPacker::PackOnce(const PackRequest& request, bool 
                     return Fail(encoder->Error());
                 if (progress && totalFrames)
                     progress(std::min(1.0, double(framesBefore + sourceFrames) / double(totalFrames)));
-                return writePackets();
+                if (!writePackets())
+                    return false;
+                // Past the span nothing more is kept: stop reading (a part of a long book is quick to cut).
+                pastSpan = position >= spanEnd;
+                return !pastSpan;
             });
+        if (!ok && pastSpan && error_.empty())
+            break;
         if (!ok) {
             auto* mp3 = dynamic_cast<Mp3PacketEncoder*>(encoder.get());
             if (mp3 && mp3->ReservoirOverflowed())

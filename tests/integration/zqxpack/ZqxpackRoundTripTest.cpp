@@ -256,6 +256,7 @@ TEST_F(Zqxpack, BadInputIsRefusedClearlyAndLeavesNoFile)
         {"--type 1 --span 5:2 -o " + out + " " + wav, 2, "--span takes START:END"},
         {"--type 1 --span 9000:9500 -o " + out + " " + wav, 1, "holds no audio"},
         {"--type 1 " + wav, 2, "missing -o"},
+        {"--type 1 -o " + Path("no/such/folder.zq") + " " + wav, 1, "does not exist"},
     };
     for (const Case& c : cases) {
         std::string log;
