@@ -143,12 +143,6 @@ TEST_F(PreferencesDialogTest, PocketPcOkStoresVolumeAndPowerOff)
     Child<QRadioButton>(never, "screenNeverOff")->setChecked(true);
     never.accept();
     EXPECT_EQ(store_->GetPowerOffTime(), kPowerOffNever);
-
-    PreferencesDialog none(*store_, kPocketPc, 5);
-    Child<QRadioButton>(none, "screenOffAfter")->setChecked(true);
-    Child<QComboBox>(none, "powerOffList")->setCurrentIndex(-1);
-    none.accept();
-    EXPECT_EQ(store_->GetPowerOffTime(), 30u);
 }
 
 TEST_F(PreferencesDialogTest, SmartphoneLayoutAndDone)
@@ -176,10 +170,6 @@ TEST_F(PreferencesDialogTest, SmartphoneLayoutAndDone)
     EXPECT_EQ(dialog.result(), Command::PreferencesDone);
     EXPECT_EQ(store_->GetJumpBack(), 10u);
     EXPECT_EQ(store_->GetPowerOffTime(), 60u);
-
-    jumpBack->setCurrentIndex(-1);
-    dialog.accept();
-    EXPECT_EQ(store_->GetJumpBack(), 10u);
 }
 
 TEST_F(PreferencesDialogTest, SmartphoneWithoutThePowerOffListLeavesItAlone)
