@@ -231,7 +231,12 @@ void QueuedWaveOut::Run()
             if (playOffset_ >= whole) {
                 queue_.pop_front();
                 playOffset_ = 0;
-                playing_.push_back({header, framesWritten_});
+                lock.unlock();
+                const std::uint64_t delay = DeviceDelayFrames();
+                lock.lock();
+                const auto untilHeard = std::chrono::duration<double>(double(delay) / format_.nSamplesPerSec);
+                playing_.push_back({header, framesWritten_,
+                                    Clock::now() + std::chrono::duration_cast<Clock::duration>(untilHeard)});
             } else {
                 const std::uint32_t bytes =
                     std::min<std::uint32_t>(whole - playOffset_, DeviceChunkFrames() * frameBytes_);
@@ -281,7 +286,9 @@ void QueuedWaveOut::Run()
 
 void QueuedWaveOut::CollectHeard(std::uint64_t heardFrames, std::vector<WAVEHDR*>& deliver)
 {
-    while (!playing_.empty() && playing_.front().endFrame <= heardFrames) {
+    const auto now = Clock::now();
+    while (!playing_.empty() &&
+           (playing_.front().endFrame <= heardFrames || playing_.front().heardBy <= now)) {
         WAVEHDR* header = playing_.front().header;
         playing_.pop_front();
         ++completions_;

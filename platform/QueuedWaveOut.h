@@ -14,7 +14,8 @@
 //   StopRequested() becomes true (use WaitUntil for sleeps); it returns how many
 //   frames it accepted.
 // - DeviceDelayFrames is how many accepted frames have not been heard yet; a
-//   buffer is reported done once all its frames have been heard.
+//   buffer is reported done once all its frames have been heard, or once the
+//   delay measured when its last frame was accepted has run out.
 // - DeviceDrop throws away everything accepted and not yet heard (Reset).
 #include "platform/WaveOut.h"
 
@@ -77,6 +78,10 @@ private:
     struct Finished {
         WAVEHDR* header;
         std::uint64_t endFrame; // position, in frames written, of the buffer's last frame
+        // When the device's delay said the last frame would be heard.  Some
+        // devices (the pulse plugin) keep reporting a small delay for ever once
+        // nothing more is written, so this decides when the delay does not.
+        Clock::time_point heardBy;
     };
     struct Heard {
         WAVEHDR* header;
