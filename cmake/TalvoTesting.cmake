@@ -1,14 +1,15 @@
-# talvo_add_test(NAME SOURCES ... [LIBS ...] [QT] [ENV ...] [TIMEOUT s] [LABELS ...])
+# talvo_add_test(NAME SOURCES ... [LIBS ...] [QT] [TIMEOUT s] [LABELS ...])
 #
 # One GoogleTest executable, registered with ctest case by case.  QT gives the
 # executable a main() that creates a QApplication on the offscreen platform, so
-# widget tests never need a display.  Every test gets its own temporary HOME,
-# registry and message log through the environment, so nothing touches the
-# user's real settings and no message box can block.
+# widget tests never need a display.  Tests find the build and source trees
+# through TALVO_BUILD_DIR and TALVO_SOURCE_DIR, compiled in.
 function(talvo_add_test name)
-  cmake_parse_arguments(T "QT" "TIMEOUT" "SOURCES;LIBS;ENV;LABELS" ${ARGN})
+  cmake_parse_arguments(T "QT" "TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
   add_executable(${name} ${T_SOURCES})
   target_link_libraries(${name} PRIVATE ${T_LIBS} GTest::gtest GTest::gmock)
+  target_compile_definitions(${name} PRIVATE TALVO_BUILD_DIR="${CMAKE_BINARY_DIR}"
+                                             TALVO_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
   if(T_QT)
     target_link_libraries(${name} PRIVATE talvo_test_qtmain Qt6::Widgets)
   else()
@@ -22,10 +23,11 @@ function(talvo_add_test name)
   if(T_LABELS)
     set(labels LABELS "${T_LABELS}")
   endif()
+  # One variable only: the discovery script splits a list of several.
   gtest_discover_tests(${name}
     DISCOVERY_TIMEOUT 60
     PROPERTIES
       TIMEOUT ${T_TIMEOUT}
       ${labels}
-      ENVIRONMENT "QT_QPA_PLATFORM=offscreen;TALVO_BUILD_DIR=${CMAKE_BINARY_DIR};TALVO_SOURCE_DIR=${CMAKE_SOURCE_DIR};${T_ENV}")
+      ENVIRONMENT "QT_QPA_PLATFORM=offscreen")
 endfunction()
