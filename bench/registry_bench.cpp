@@ -20,33 +20,45 @@ using namespace talvo;
 
 namespace {
 
-constexpr int kOperations = 20000;
+constexpr int kRounds = 10;
+constexpr int kPerRound = 2000;
+constexpr int kOperations = kRounds * kPerRound;
 // Values cycle through this many names, as a settings key holds a few dozen.
 constexpr int kNames = 50;
 
-double OperationsPerSecond(int count, const std::function<bool(int)>& operation)
+// Seconds spent on operations first..first+count-1.
+double Seconds(int first, int count, const std::function<bool(int)>& operation)
 {
     auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < count; ++i) {
+    for (int i = first; i < first + count; ++i) {
         if (!operation(i)) {
             std::fprintf(stderr, "operation %d failed\n", i);
             std::exit(1);
         }
     }
-    std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
-    return count / elapsed.count();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// Store and baseline take turns in short rounds, so that a change in the
+// machine's load during the run weighs on both figures alike.
+void Compare(const char* what, const std::function<bool(int)>& store, const std::function<bool(int)>& bare)
+{
+    double storeSeconds = 0;
+    double bareSeconds = 0;
+    for (int round = 0; round < kRounds; ++round) {
+        bareSeconds += Seconds(round * kPerRound, kPerRound, bare);
+        storeSeconds += Seconds(round * kPerRound, kPerRound, store);
+    }
+    double storeRate = kOperations / storeSeconds;
+    double bareRate = kOperations / bareSeconds;
+    std::printf("%-7s store %10.0f ops/s   bare SQLite %10.0f ops/s   store/bare %.3f\n", what, storeRate,
+                bareRate, storeRate / bareRate);
 }
 
 std::u16string Name(const char16_t* prefix, int i)
 {
     std::string digits = std::to_string(i % kNames);
     return prefix + std::u16string(digits.begin(), digits.end());
-}
-
-void Report(const char* what, double store, double bare)
-{
-    std::printf("%-7s store %10.0f ops/s   bare SQLite %10.0f ops/s   store/bare %.3f\n", what, store, bare,
-                store / bare);
 }
 
 // The baseline: its own connection to the store's file, set up as the store sets itself up.
@@ -158,16 +170,12 @@ int main()
 
     // A first pass creates every row, so the measured passes replace and read
     // rows that exist, as a running player does.
-    OperationsPerSecond(kNames, storeWrite);
-    OperationsPerSecond(kNames, bareWrite);
+    Seconds(0, kNames, storeWrite);
+    Seconds(0, kNames, bareWrite);
     std::printf("registry store vs bare SQLite, %d operations each (one operation = open key, "
                 "DWORD + REG_SZ value, close)\n",
                 kOperations);
-    double bareWrites = OperationsPerSecond(kOperations, bareWrite);
-    double storeWrites = OperationsPerSecond(kOperations, storeWrite);
-    Report("writes", storeWrites, bareWrites);
-    double bareReads = OperationsPerSecond(kOperations, bareRead);
-    double storeReads = OperationsPerSecond(kOperations, storeRead);
-    Report("reads", storeReads, bareReads);
+    Compare("writes", storeWrite, bareWrite);
+    Compare("reads", storeRead, bareRead);
     return 0;
 }

@@ -241,6 +241,32 @@ public:
         RegStatus status = KeyOf(parent, &id);
         if (status != ERROR_SUCCESS)
             return status;
+        // Most calls open a key that exists (every settings setter does); a
+        // read transaction finds it without queueing behind other writers.
+        {
+            Transaction lookup(*this, false);
+            if ((status = lookup.Begin()) != ERROR_SUCCESS || (status = CheckAlive(id)) != ERROR_SUCCESS)
+                return status;
+            std::int64_t found = id;
+            for (std::u16string_view part : *parts) {
+                std::optional<std::int64_t> child;
+                if ((status = FindChild(found, Fold(part), &child)) != ERROR_SUCCESS)
+                    return status;
+                if (!child) {
+                    found = 0;
+                    break;
+                }
+                found = *child;
+            }
+            if (found != 0) {
+                if ((status = lookup.Commit()) != ERROR_SUCCESS)
+                    return status;
+                *result = NewHandle(found);
+                if (disposition)
+                    *disposition = REG_OPENED_EXISTING_KEY;
+                return ERROR_SUCCESS;
+            }
+        }
         Transaction txn(*this, true);
         if ((status = txn.Begin()) != ERROR_SUCCESS || (status = CheckAlive(id)) != ERROR_SUCCESS)
             return status;
