@@ -55,7 +55,7 @@ std::optional<uint32_t> LoadPosition(const std::string& programPath)
     if (file.ReadAt(0, bytes.data(), bytes.size()) != ZQX_OK)
         return std::nullopt;
     if (LoadLe32(bytes.data()) != kPositionMagic || LoadLe32(bytes.data() + 4) != kPositionVersion ||
-        LoadLe32(bytes.data() + 12) != Crc32(0, bytes.data(), 12))
+        !ChecksumMatches(Crc32(0, bytes.data(), 12), LoadLe32(bytes.data() + 12)))
         return std::nullopt;
     return LoadLe32(bytes.data() + 8);
 }

@@ -33,7 +33,8 @@ int ReadHeader(const ReadOnlyFile& file, ProgramInfo& info)
     const uint16_t version = LoadLe16(h + format::kOffVersion);
     if (version > format::kVersion)
         return ZQX_ERR_NEWER_VERSION;
-    if (version == 0 || Crc32(0, h, format::kOffHeaderCrc) != LoadLe32(h + format::kOffHeaderCrc) ||
+    if (version == 0 ||
+        !ChecksumMatches(Crc32(0, h, format::kOffHeaderCrc), LoadLe32(h + format::kOffHeaderCrc)) ||
         LoadLe16(h + format::kOffHeaderBytes) != format::kHeaderBytes)
         return ZQX_ERR_DAMAGED;
     info.fileType = static_cast<int32_t>(LoadLe32(h + format::kOffFileType));
@@ -74,7 +75,7 @@ int ReadPayload(const ReadOnlyFile& file, const ChunkExtent& chunk, std::vector<
     }
     if (const int rc = file.ReadAt(chunk.payloadOffset, out.data(), out.size()); rc != ZQX_OK)
         return rc;
-    return Crc32(0, out.data(), out.size()) == chunk.crc ? ZQX_OK : ZQX_ERR_DAMAGED;
+    return ChecksumMatches(Crc32(0, out.data(), out.size()), chunk.crc) ? ZQX_OK : ZQX_ERR_DAMAGED;
 }
 
 bool ParseMetadata(const std::vector<uint8_t>& payload, ProgramInfo& info)
@@ -214,7 +215,7 @@ int ReadPacket(const ReadOnlyFile& file, const PacketEntry& packet, uint8_t* out
 {
     if (const int rc = file.ReadAt(packet.offset, out, packet.bytes); rc != ZQX_OK)
         return rc;
-    return Crc32(0, out, packet.bytes) == packet.crc ? ZQX_OK : ZQX_ERR_DAMAGED;
+    return ChecksumMatches(Crc32(0, out, packet.bytes), packet.crc) ? ZQX_OK : ZQX_ERR_DAMAGED;
 }
 
 } // namespace zqx

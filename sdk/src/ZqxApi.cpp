@@ -379,7 +379,7 @@ int32_t ZQXVerifyAudio(ZQXHANDLE h)
                 return rc;
             crc = Crc32(crc, packet.data(), e.bytes);
         }
-        return crc == p.info.audioCrc ? ZQX_OK : ZQX_ERR_DAMAGED;
+        return ChecksumMatches(crc, p.info.audioCrc) ? ZQX_OK : ZQX_ERR_DAMAGED;
     });
 }
 
