@@ -254,17 +254,16 @@ void QueuedWaveOut::Run()
             }
         }
 
-        if (!playing_.empty()) {
-            lock.unlock();
-            const std::uint64_t delay = DeviceDelayFrames();
-            lock.lock();
+        if (!playing_.empty() || !heard_.empty()) {
+            std::uint64_t delay = 0;
+            if (!playing_.empty()) {
+                lock.unlock();
+                delay = DeviceDelayFrames();
+                lock.lock();
+            }
             CollectHeard(framesWritten_ - std::min(delay, framesWritten_), deliver);
             if (!deliver.empty()) {
-                const std::uint32_t lateMs = misbehaviour_.lateMs;
                 lock.unlock();
-                if (lateMs > 0) {
-                    WaitUntil(Clock::now() + std::chrono::milliseconds(lateMs));
-                }
                 Deliver(deliver);
                 lock.lock();
                 continue;
@@ -275,7 +274,9 @@ void QueuedWaveOut::Run()
             const auto ready = [this] {
                 return quit_ || resetRequested_ || !queue_.empty();
             };
-            if (playing_.empty()) {
+            const bool lateOnesPending =
+                std::any_of(heard_.begin(), heard_.end(), [](const Heard& h) { return !h.lost; });
+            if (playing_.empty() && !lateOnesPending) {
                 wake_.wait(lock, ready);
             } else {
                 wake_.wait_for(lock, kHeardPollInterval, ready);
@@ -293,13 +294,23 @@ void QueuedWaveOut::CollectHeard(std::uint64_t heardFrames, std::vector<WAVEHDR*
         playing_.pop_front();
         ++completions_;
         const bool lost = misbehaviour_.missEvery != 0 && completions_ % misbehaviour_.missEvery == 0;
-        heard_.push_back({header, lost});
+        heard_.push_back({header, lost, now + std::chrono::milliseconds(misbehaviour_.lateMs)});
     }
-    const auto waiting = std::count_if(heard_.begin(), heard_.end(), [](const Heard& h) { return !h.lost; });
-    if (waiting == 0 || (misbehaviour_.burst != 0 && std::uint32_t(waiting) < misbehaviour_.burst)) {
+    // Completions go out in order: only those due before the first one that is not.
+    std::size_t due = 0;
+    for (const Heard& h : heard_) {
+        if (h.lost) {
+            continue;
+        }
+        if (h.due > now) {
+            break;
+        }
+        ++due;
+    }
+    if (due == 0 || (misbehaviour_.burst != 0 && due < misbehaviour_.burst)) {
         return;
     }
-    for (auto it = heard_.begin(); it != heard_.end();) {
+    for (auto it = heard_.begin(); it != heard_.end() && due > 0;) {
         if (it->lost) {
             ++it;
             continue;
@@ -307,6 +318,7 @@ void QueuedWaveOut::CollectHeard(std::uint64_t heardFrames, std::vector<WAVEHDR*
         it->header->dwFlags = (it->header->dwFlags & ~WHDR_INQUEUE) | WHDR_DONE;
         deliver.push_back(it->header);
         it = heard_.erase(it);
+        --due;
     }
 }
 

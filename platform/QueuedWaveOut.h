@@ -31,8 +31,8 @@ namespace talvo {
 
 // Simulated faults of a device's completions; all zero means none.
 struct WaveOutMisbehaviour {
-    std::uint32_t lateMs = 0;    // each completion arrives this late
-    std::uint32_t burst = 0;     // completions held back and delivered this many at a time
+    std::uint32_t lateMs = 0; // each completion arrives this long after its buffer was heard; playing goes on
+    std::uint32_t burst = 0;  // completions held back and delivered this many at a time
     std::uint32_t missEvery = 0; // every Nth completion never arrives
 };
 
@@ -85,7 +85,8 @@ private:
     };
     struct Heard {
         WAVEHDR* header;
-        bool lost; // its completion never arrives; only Reset returns it
+        bool lost;             // its completion never arrives; only Reset returns it
+        Clock::time_point due; // when its completion may go out (late)
     };
 
     void Run();

@@ -119,6 +119,7 @@ std::uint32_t NullWaveOut::DevicePlay(const std::uint8_t* frames, std::uint32_t 
         std::fseek(capture_, 0, SEEK_END);
         std::fwrite(frames, 1, bytes, capture_);
         captureDataBytes_ += std::uint32_t(bytes);
+        std::fflush(capture_); // what has been played is in the file at once
     }
     return frameCount;
 }

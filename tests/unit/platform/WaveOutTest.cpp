@@ -309,6 +309,28 @@ TEST_F(WaveOutTest, BurstyCompletionsArriveInGroups)
     EXPECT_EQ(out->Close(), MMSYSERR_NOERROR);
 }
 
+TEST_F(WaveOutTest, LateCompletionsLagWhileTheDevicePlaysOn)
+{
+    auto out = CreateWaveOut("capture:" + capturePath.string() + ":max,late=300");
+    ASSERT_TRUE(out);
+    Completions done;
+    auto record = done.Callback();
+    std::vector<std::uintmax_t> capturedAtCallback;
+    ASSERT_EQ(out->Open(PlayerFormat(1, 22050),
+                        [&](WAVEHDR* header) {
+                            capturedAtCallback.push_back(std::filesystem::file_size(capturePath));
+                            record(header);
+                        }),
+              MMSYSERR_NOERROR);
+    auto slots = MakeSlots(3, 100);
+    QueueAll(*out, slots);
+    ASSERT_TRUE(done.WaitFor(3));
+    // By the first completion the device has already played all three.
+    EXPECT_EQ(capturedAtCallback.front(), 44u + 3 * 200);
+    EXPECT_EQ(done.Order(), (std::vector<WAVEHDR*>{&slots[0].header, &slots[1].header, &slots[2].header}));
+    EXPECT_EQ(out->Close(), MMSYSERR_NOERROR);
+}
+
 TEST_F(WaveOutTest, AMissingCompletionIsOnlyReturnedByReset)
 {
     auto out = CreateWaveOut("null:max,miss=3");
