@@ -1,0 +1,24 @@
+#include "platform/FolderListing.h"
+
+#include <QFile>
+#include <dirent.h>
+
+namespace talvo {
+
+QStringList ListFolderNames(const QString& folder)
+{
+    QStringList names;
+    DIR* dir = opendir(QFile::encodeName(folder).constData());
+    if (dir == nullptr)
+        return names;
+    while (const dirent* entry = readdir(dir)) {
+        const char* name = entry->d_name;
+        if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')))
+            continue;
+        names.append(QFile::decodeName(name));
+    }
+    closedir(dir);
+    return names;
+}
+
+} // namespace talvo
