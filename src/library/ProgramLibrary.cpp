@@ -3,6 +3,7 @@
 #include "app/StringTable.h"
 #include "library/ProgramDeletion.h"
 #include "library/ProgramStateStore.h"
+#include "platform/FolderListing.h"
 #include "settings/SettingsStore.h"
 
 #include <QCoreApplication>
@@ -15,10 +16,14 @@
 namespace talvo {
 namespace {
 
-// Both ".zq" and ".zqx" files, whatever the case of the name.
-const QStringList kProgramPattern{QStringLiteral("*.zq*")};
+// The search pattern "*.zq*", matched without regard to case: any name that
+// holds ".zq", which takes in both ".zq" and ".zqx" files.
+bool MatchesProgramPattern(const QString& name)
+{
+    return name.contains(QLatin1String(".zq"), Qt::CaseInsensitive);
+}
+
 constexpr const char* kMusicVariable = "TALVOPLAYER_MUSIC";
-constexpr QDir::Filters kEveryEntry = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
 
 QString WithSlash(const QString& folder)
 {
@@ -26,10 +31,13 @@ QString WithSlash(const QString& folder)
 }
 
 // A folder's names in code-unit order, so that a search finds the same list
-// on every run and every file system.
-QStringList ListNames(const QString& folder, const QStringList& patterns = {})
+// on every run and every file system.  Like the platform's find-first search,
+// this lists files and folders alike and asks nothing about them.
+QStringList ListNames(const QString& folder, bool programsOnly = false)
 {
-    QStringList names = QDir(folder).entryList(patterns, kEveryEntry, QDir::NoSort);
+    QStringList names = ListFolderNames(folder);
+    if (programsOnly)
+        names.removeIf([](const QString& name) { return !MatchesProgramPattern(name); });
     std::sort(names.begin(), names.end());
     return names;
 }
@@ -118,7 +126,7 @@ void ProgramLibrary::ScanFolderFlat(const QString& folder)
     if (folder.isEmpty())
         return;
     const QString base = WithSlash(folder);
-    for (const QString& name : ListNames(base, kProgramPattern))
+    for (const QString& name : ListNames(base, true))
         ProcessFoundFile(base + name);
 }
 
@@ -132,7 +140,7 @@ void ProgramLibrary::ScanFolderTwoLevel(const QString& folder)
         const QString firstFolder = base + first + QLatin1Char('/');
         for (const QString& second : ListNames(firstFolder)) {
             const QString secondFolder = firstFolder + second + QLatin1Char('/');
-            for (const QString& name : ListNames(secondFolder, kProgramPattern))
+            for (const QString& name : ListNames(secondFolder, true))
                 ProcessFoundFile(secondFolder + name);
         }
     }
