@@ -1,0 +1,767 @@
+#include "app/CMainFrame.h"
+
+#include "app/CommandIds.h"
+#include "app/DetectPlatform.h"
+#include "app/PlainDisplay.h"
+#include "app/StringTable.h"
+#include "app/TimeText.h"
+#include "platform/KeepAwake.h"
+#include "playback/ProgramFile.h"
+#include "settings/PreferencesDialog.h"
+
+#include <QApplication>
+#include <QCloseEvent>
+#include <QFileInfo>
+#include <QHBoxLayout>
+#include <QKeyEvent>
+#include <QMenu>
+#include <QMenuBar>
+#include <QPushButton>
+#include <QVBoxLayout>
+#include <array>
+#include <cstring>
+
+namespace talvo {
+namespace {
+
+struct MenuEntry {
+    std::uint16_t command;
+    int text;
+};
+
+// The soft-key menus share one list; "Controls" exists only on the Smartphone bar.
+constexpr std::array<MenuEntry, 15> kSoftKeyMenu{{
+    {Command::PlayStop, Str::MenuPlayStop},
+    {Command::Controls, Str::MenuControls},
+    {Command::NextSection, Str::MenuNextSection},
+    {Command::PreviousSection, Str::MenuPreviousSection},
+    {Command::JumpBack, Str::MenuJumpBack},
+    {Command::NextTitle, Str::MenuNextTitle},
+    {Command::PreviousTitle, Str::MenuPreviousTitle},
+    {Command::AddBookmark, Str::MenuAddBookmark},
+    {Command::EditBookmarks, Str::MenuEditBookmarks},
+    {Command::LaunchFeldrun, Str::MenuFeldrun},
+    {Command::Skins, Str::MenuSkins},
+    {Command::Preferences, Str::MenuPreferences},
+    {Command::Help, Str::MenuHelp},
+    {Command::About, Str::MenuAbout},
+    {Command::Exit, Str::MenuExit},
+}};
+
+struct FullMenu {
+    int title;
+    std::array<MenuEntry, 17> entries; // command 0 ends the list
+};
+
+// The older full menu of the Pocket PC, kept as the desktop menu bar.
+constexpr std::array<FullMenu, 4> kFullMenu{{
+    {Str::MenuFile, {{{Command::ProgramList, Str::MenuLibrary}, {Command::Exit, Str::MenuExit}}}},
+    {Str::MenuControls,
+     {{{Command::PlayStop, Str::MenuPlayStop},
+       {Command::FastForward10s, Str::MenuFastForward10s},
+       {Command::FastForward1min, Str::MenuFastForward1min},
+       {Command::FastForward10min, Str::MenuFastForward10min},
+       {Command::FastForward1h, Str::MenuFastForward1h},
+       {Command::Rewind10s, Str::MenuRewind10s},
+       {Command::Rewind1min, Str::MenuRewind1min},
+       {Command::Rewind10min, Str::MenuRewind10min},
+       {Command::Rewind1h, Str::MenuRewind1h},
+       {Command::NextSection, Str::MenuNextSection},
+       {Command::PreviousSection, Str::MenuPreviousSection},
+       {Command::JumpBack, Str::MenuJumpBack},
+       {Command::NextTitle, Str::MenuNextTitle},
+       {Command::PreviousTitle, Str::MenuPreviousTitle},
+       {Command::AddBookmark, Str::MenuAddBookmark},
+       {Command::EditBookmarks, Str::MenuEditBookmarks}}}},
+    {Str::MenuOptions,
+     {{{Command::Preferences, Str::MenuPreferences},
+       {Command::Skins, Str::MenuSkins},
+       {Command::LaunchFeldrunOld, Str::MenuLaunchFeldrun}}}},
+    {Str::MenuHelp, {{{Command::Help, Str::MenuHelp}, {Command::About, Str::MenuAbout}}}},
+}};
+
+// Fixed steps of the full menu: amounts while stopped and while playing.  They
+// look uneven because every step also runs the first (and for rewind while
+// playing, the closing) step of the matching hold.
+struct StepAmount {
+    std::uint16_t command;
+    bool forward;
+    std::uint32_t stoppedMs;
+    std::uint32_t playingMs;
+};
+constexpr std::array<StepAmount, 8> kStepTable{{
+    {Command::FastForward10s, true, 9000, 1000},
+    {Command::FastForward1min, true, 59000, 50000},
+    {Command::FastForward10min, true, 599000, 590000},
+    {Command::FastForward1h, true, 3599000, 3590000},
+    {Command::Rewind10s, false, 3000, 10000},
+    {Command::Rewind1min, false, 53000, 60000},
+    {Command::Rewind10min, false, 593000, 600000},
+    {Command::Rewind1h, false, 3593000, 3600000},
+}};
+
+// Remote-control operation codes.
+constexpr std::uint32_t kRemotePlay = 68, kRemoteStop = 69, kRemotePause = 70;
+constexpr std::uint32_t kRemoteRewind = 72, kRemoteForward = 75, kRemoteBackward = 76;
+constexpr std::uint32_t kRemoteForwardReleased = 203, kRemoteBackwardReleased = 204;
+
+// Storage-change events that make the library rescan.
+constexpr unsigned kMediaInserted = 32, kMediaRemoved = 64, kDriveRemoved = 128, kDriveAdded = 256;
+
+bool isOneOf(int key, std::initializer_list<int> keys)
+{
+    return std::find(keys.begin(), keys.end(), key) != keys.end();
+}
+
+// Virtual-key codes of the handheld's keys as the key table uses them.
+int virtualKey(const QKeyEvent* event)
+{
+    const int key = event->key();
+    const bool keypad = event->modifiers() & Qt::KeypadModifier;
+    if (key >= Qt::Key_0 && key <= Qt::Key_9)
+        return keypad ? 96 + (key - Qt::Key_0) : 48 + (key - Qt::Key_0);
+    if (key >= Qt::Key_A && key <= Qt::Key_Z)
+        return 65 + (key - Qt::Key_A);
+    if (key >= Qt::Key_F1 && key <= Qt::Key_F24)
+        return 112 + (key - Qt::Key_F1);
+    switch (key) {
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+        return 13;
+    case Qt::Key_End:
+        return 35;
+    case Qt::Key_Left:
+        return 37;
+    case Qt::Key_Up:
+        return 38;
+    case Qt::Key_Right:
+        return 39;
+    case Qt::Key_Down:
+        return 40;
+    case Qt::Key_Print:
+        return 42;
+    default:
+        return 0;
+    }
+}
+
+QString pathFromParameter(LPARAM lParam)
+{
+    return lParam ? QString::fromUtf16(reinterpret_cast<const char16_t*>(lParam)) : QString();
+}
+
+} // namespace
+
+CMainFrame::CMainFrame(Environment environment)
+    : env_(std::move(environment)), settings_(env_.registry), store_(env_.registry),
+      cards_(CreateStorageCards()),
+      library_(env_.registry, store_, *cards_, DefaultLibraryFolders(env_.programFolder)),
+      audio_(*this, *this, library_, store_, settings_, env_.makeWaveOut),
+      transport_(*this, *this, library_, store_, settings_, audio_)
+{
+    setWindowTitle(LoadString(Str::AppName));
+    setFocusPolicy(Qt::StrongFocus);
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    display_ = new PlainDisplay(this);
+    createMenus();
+    layout->addWidget(display_, 1);
+    // Card changes arrive on the watcher's thread; the main window handles them in order.
+    storageWatcher_ =
+        std::make_unique<StorageChangeWatcher>(*cards_, [this](StorageChange change, const StorageCard&) {
+            PostMessage(Message::StorageChange, static_cast<WPARAM>(change), 0);
+        });
+    PostCommand(Command::InitialLoad);
+}
+
+CMainFrame::~CMainFrame()
+{
+    shutDown();
+}
+
+void CMainFrame::createMenus()
+{
+    menuBar_ = new QMenuBar(this);
+    for (const FullMenu& popup : kFullMenu) {
+        QMenu* menu = menuBar_->addMenu(LoadString(popup.title));
+        for (const MenuEntry& entry : popup.entries) {
+            if (entry.command == 0)
+                break;
+            menu->addAction(LoadString(entry.text), this, [this, id = entry.command] { SendCommand(id); });
+        }
+    }
+    layout()->setMenuBar(menuBar_);
+
+    // The soft-key bar: the program library on the left key, the rest under " Menu".
+    auto* bar = new QWidget(this);
+    auto* keys = new QHBoxLayout(bar);
+    keys->setContentsMargins(0, 0, 0, 0);
+    auto* left = new QPushButton(LoadString(Str::MenuLibrary), bar);
+    auto* right = new QPushButton(LoadString(Str::MenuRightKey), bar);
+    left->setFocusPolicy(Qt::NoFocus);
+    right->setFocusPolicy(Qt::NoFocus);
+    connect(left, &QPushButton::clicked, this, [this] { SendCommand(Command::ProgramList); });
+    right->setMenu(createSoftKeyMenu());
+    keys->addWidget(left);
+    keys->addWidget(right);
+    static_cast<QVBoxLayout*>(layout())->addWidget(bar);
+}
+
+QMenu* CMainFrame::createSoftKeyMenu()
+{
+    auto* menu = new QMenu(this);
+    const bool smartphone = DetectPlatform() == 1;
+    for (const MenuEntry& entry : kSoftKeyMenu) {
+        if (entry.command == Command::Controls && !smartphone)
+            continue;
+        menu->addAction(LoadString(entry.text), this, [this, id = entry.command] { SendCommand(id); });
+        if (entry.command == Command::EditBookmarks)
+            bookmarksMenu_ = menu->addMenu(LoadString(Str::BookmarksTitle));
+    }
+    connect(bookmarksMenu_, &QMenu::aboutToShow, this, &CMainFrame::fillBookmarksMenu);
+    return menu;
+}
+
+void CMainFrame::fillBookmarksMenu()
+{
+    bookmarksMenu_->clear();
+    ProgramFile* program = library_.Current();
+    if (!program)
+        return;
+    for (std::size_t i = 0;
+         i < program->bookmarks.size() && i <= Command::BookmarkLast - Command::BookmarkFirst; ++i) {
+        auto id = static_cast<std::uint16_t>(Command::BookmarkFirst + i);
+        bookmarksMenu_->addAction(FormatHms(program->bookmarks[i].timeMs), this,
+                                  [this, id] { SendCommand(id); });
+    }
+}
+
+bool CMainFrame::ListenForOtherInstances()
+{
+    return instanceServer_.Listen(
+        QString::fromUtf16(kMainWindowClass),
+        [this](InstanceRequest kind, std::uint32_t dwData, const QByteArray& bytes) {
+            if (kind == InstanceRequest::BringToFront) {
+                BringToFront();
+                return std::int64_t{1};
+            }
+            // The text must end with its terminator; a request without one gets one.
+            QByteArray text = bytes;
+            if (text.size() % 2 != 0)
+                text.chop(1);
+            text.append(2, '\0');
+            COPYDATASTRUCT data{dwData, static_cast<std::uint32_t>(bytes.size()),
+                                bytes.isEmpty() ? nullptr : text.constData()};
+            return std::int64_t{SendMessage(WM_COPYDATA, 0, reinterpret_cast<LPARAM>(&data))};
+        });
+}
+
+LRESULT CMainFrame::WindowProc(UINT message, WPARAM wParam, LPARAM lParam)
+{
+    switch (message) {
+    case WM_COMMAND:
+        return onCommand(static_cast<std::uint16_t>(wParam & 0xFFFF)) ? 0 : 1;
+    case WM_TIMER:
+        onTimer(static_cast<unsigned>(wParam));
+        return 0;
+    case WM_COPYDATA:
+        return onCopyData(reinterpret_cast<const COPYDATASTRUCT*>(lParam));
+    case MM_WOM_DONE:
+        audio_.OnBufferDone(reinterpret_cast<WAVEHDR*>(lParam));
+        audio_.slotCounter = (audio_.slotCounter + 1) % AudioOutput::kSlotCount;
+        ResetSystemIdleTimer();
+        return 0;
+    case MM_WOM_OPEN:
+    case MM_WOM_CLOSE:
+    case Message::Ignored1023:
+        return 0;
+    case Message::CallEvent:
+        onCallEvent(lParam != 0);
+        return 0;
+    case Message::RemoteControlKey:
+        onRemoteControlKey(reinterpret_cast<const std::uint8_t*>(lParam));
+        return 0;
+    case Message::SyncDeleteProgram:
+        onSyncDeleteProgram(pathFromParameter(lParam));
+        return 0;
+    case Message::SyncAddProgram:
+        onSyncAddProgram(pathFromParameter(lParam));
+        return 0;
+    case Message::OpenProgramFile:
+        onOpenProgramFile(pathFromParameter(lParam));
+        return 0;
+    case Message::RememberHandle:
+        rememberedHandle_ = lParam;
+        return 0;
+    case Message::StopIfPlaying:
+        if (audio_.IsPlaying())
+            SendCommand(Command::PlayStop);
+        return 0;
+    case Message::StorageChange:
+        onStorageChange(static_cast<unsigned>(wParam));
+        return 0;
+    default:
+        return 0;
+    }
+}
+
+void CMainFrame::stepCommand(std::uint16_t id)
+{
+    for (const StepAmount& step : kStepTable) {
+        if (step.command != id)
+            continue;
+        std::uint32_t amount = audio_.IsPlaying() ? step.playingMs : step.stoppedMs;
+        if (step.forward)
+            transport_.StepForward(amount);
+        else
+            transport_.StepBack(amount);
+    }
+}
+
+bool CMainFrame::onCommand(std::uint16_t id)
+{
+    if (id >= Command::BookmarkFirst && id <= Command::BookmarkLast) {
+        transport_.GoToBookmark(id - Command::BookmarkFirst);
+        return true;
+    }
+    switch (id) {
+    case Command::Exit:
+        close();
+        return true;
+    case Command::InitialLoad:
+        initialLoad();
+        return true;
+    case Command::Preferences: {
+        PreferencesDialog dialog(settings_, this);
+        connect(&dialog, &PreferencesDialog::volumeChanged, this,
+                [this] { PostCommand(Command::UpdateVolume); });
+        dialog.exec();
+        return true;
+    }
+    case Command::UpdateVolume:
+        audio_.SetVolume(settings_.GetVolume());
+        return true;
+    case Command::UpdatePosition:
+        RedrawPosition();
+        return true;
+    case Command::JumpBack:
+    case Command::JumpBackPressed:
+        transport_.JumpBackByStoredStep();
+        return true;
+    case Command::PlayStop:
+        audio_.StartOrStop();
+        return true;
+    case Command::PlayStopReleased:
+    case Command::Reserved:
+        return true;
+    case Command::PlayStopPressed:
+        PostCommand(Command::PlayStop);
+        return true;
+    case Command::FastForward10s:
+    case Command::FastForward1min:
+    case Command::FastForward10min:
+    case Command::FastForward1h:
+    case Command::Rewind10s:
+    case Command::Rewind1min:
+    case Command::Rewind10min:
+    case Command::Rewind1h:
+        stepCommand(id);
+        return true;
+    case Command::FastForwardPressed:
+        transport_.FastForwardHold(0);
+        return true;
+    case Command::FastForwardReleased:
+        transport_.FastForwardHold(-1);
+        return true;
+    case Command::RewindPressed:
+        transport_.RewindHold(0);
+        return true;
+    case Command::RewindReleased:
+        if (audio_.IsPlaying())
+            transport_.RewindHold(Transport::kRewindReleaseStep);
+        transport_.RewindHold(-1);
+        return true;
+    case Command::PreviousSection:
+        transport_.PreviousSectionMenu();
+        return true;
+    case Command::PreviousSectionPressed:
+        transport_.PreviousSectionHold(0);
+        return true;
+    case Command::PreviousSectionReleased:
+        transport_.PreviousSectionHold(-1);
+        return true;
+    case Command::NextSection:
+        transport_.NextSectionMenu();
+        return true;
+    case Command::NextSectionPressed:
+        transport_.NextSectionHold(0);
+        return true;
+    case Command::NextSectionReleased:
+        transport_.NextSectionHold(-1);
+        return true;
+    case Command::NextProgram:
+    case Command::NextProgramPressed:
+    case Command::NextTitle:
+        transport_.NextTitle();
+        return true;
+    case Command::PreviousProgram:
+    case Command::PreviousProgramPressed:
+    case Command::PreviousTitle:
+        transport_.PreviousTitle();
+        return true;
+    case Command::VolumeUp:
+    case Command::VolumeUpPressed:
+        transport_.VolumeUpHold(2);
+        return true;
+    case Command::VolumeDown:
+    case Command::VolumeDownPressed:
+        transport_.VolumeDownHold(2);
+        return true;
+    default:
+        // The dialogs, help and skin commands arrive with their subsystems.
+        return false;
+    }
+}
+
+void CMainFrame::onTimer(unsigned id)
+{
+    switch (id) {
+    case Timer::FastForwardHold:
+        transport_.FastForwardHold(++transport_.holdCounter);
+        break;
+    case Timer::RewindHold:
+        transport_.RewindHold(++transport_.holdCounter);
+        break;
+    case Timer::NextSectionHold:
+        transport_.NextSectionHold(++transport_.holdCounter);
+        break;
+    case Timer::PreviousSectionHold:
+        transport_.PreviousSectionHold(++transport_.holdCounter);
+        break;
+    case Timer::VolumeUpHold:
+        transport_.VolumeUpHold(++transport_.holdCounter);
+        break;
+    case Timer::VolumeDownHold:
+        transport_.VolumeDownHold(++transport_.holdCounter);
+        break;
+    case Timer::HideVolume:
+        KillTimer(Timer::HideVolume);
+        ShowVolumeIndicator(false);
+        break;
+    case Timer::ScreenPowerOff:
+        // One shot; switching the screen off belongs to the device watchers.
+        KillTimer(Timer::ScreenPowerOff);
+        break;
+    default:
+        break;
+    }
+}
+
+void CMainFrame::onKeyDown(int key, bool repeat)
+{
+    if (key < 13 || key > 122)
+        return;
+    if (isOneOf(key, {13, 53, 70, 102})) {
+        DrawButton(Command::PlayStop, true);
+        PostCommand(Command::PlayStop);
+    } else if (isOneOf(key, {37, 52, 68, 100})) {
+        if (!repeat)
+            transport_.RewindHold(0);
+    } else if (isOneOf(key, {39, 54, 71, 103})) {
+        if (!repeat)
+            transport_.FastForwardHold(0);
+    } else if (isOneOf(key, {38, 50, 82, 114})) {
+        transport_.VolumeUpHold(2);
+    } else if (isOneOf(key, {40, 56, 67, 99})) {
+        transport_.VolumeDownHold(2);
+    } else if (key == 48) {
+        SendCommand(Command::CreateBookmarkPressed);
+    } else if (isOneOf(key, {49, 69, 101})) {
+        if (!repeat)
+            transport_.JumpBack(true);
+    } else if (isOneOf(key, {51, 84, 116})) {
+        DrawButton(Command::NextProgram, true);
+        SendCommand(Command::ProgramList);
+    } else if (isOneOf(key, {55, 88})) {
+        if (!repeat && audio_.lastPositionMs != 0)
+            transport_.PreviousSectionHold(0);
+    } else if (isOneOf(key, {57, 86, 118})) {
+        ProgramFile* program = library_.Current();
+        if (!repeat && program && program->CurrentSection() + 1 < program->SectionCount())
+            transport_.NextSectionHold(0);
+    } else if (isOneOf(key, {35, 66, 98, 120})) {
+        SendCommand(Command::NextProgramPressed);
+    } else if (isOneOf(key, {42, 90, 119, 122})) {
+        SendCommand(Command::PreviousProgramPressed);
+    }
+}
+
+void CMainFrame::onKeyUp(int key)
+{
+    if (key < 37 || key > 120)
+        return;
+    if (isOneOf(key, {37, 52, 68, 100})) {
+        if (audio_.IsPlaying())
+            transport_.RewindHold(Transport::kRewindReleaseStep);
+        transport_.RewindHold(-1);
+    } else if (isOneOf(key, {39, 54, 71, 103})) {
+        transport_.FastForwardHold(-1);
+    } else if (isOneOf(key, {38, 50, 82, 114})) {
+        transport_.VolumeUpHold(-1);
+    } else if (isOneOf(key, {40, 56, 67, 99})) {
+        transport_.VolumeDownHold(-1);
+    } else if (isOneOf(key, {49, 69, 101})) {
+        transport_.JumpBack(false);
+    } else if (isOneOf(key, {51, 84, 116})) {
+        DrawButton(Command::NextProgram, false);
+    } else if (isOneOf(key, {55, 88, 120})) {
+        transport_.PreviousSectionHold(-1);
+    } else if (isOneOf(key, {57, 86, 118})) {
+        transport_.NextSectionHold(-1);
+    }
+}
+
+void CMainFrame::keyPressEvent(QKeyEvent* event)
+{
+    int key = virtualKey(event);
+    if (key == 0)
+        return MessageWindow::keyPressEvent(event);
+    onKeyDown(key, event->isAutoRepeat());
+}
+
+void CMainFrame::keyReleaseEvent(QKeyEvent* event)
+{
+    // X reports a held key as release/press pairs; only the real release ends a hold.
+    if (event->isAutoRepeat())
+        return;
+    int key = virtualKey(event);
+    if (key == 0)
+        return MessageWindow::keyReleaseEvent(event);
+    onKeyUp(key);
+}
+
+LRESULT CMainFrame::onCopyData(const COPYDATASTRUCT* data)
+{
+    if (!data)
+        return 0;
+    if (data->dwData != Message::SyncDeleteProgram && data->dwData != Message::SyncAddProgram &&
+        data->dwData != Message::OpenProgramFile)
+        return 0;
+    // A synchronous send: the sender's text stays valid until this returns.
+    SendMessage(static_cast<UINT>(data->dwData), 0, reinterpret_cast<LPARAM>(data->lpData));
+    return 1;
+}
+
+void CMainFrame::onCallEvent(bool callBegins)
+{
+    if (callBegins) {
+        audio_.pausedByCall = audio_.IsPlaying();
+        if (audio_.pausedByCall)
+            PostCommand(Command::PlayStop);
+    } else {
+        audio_.callEnded = true;
+        if (audio_.pausedByCall && !audio_.IsPlaying())
+            PostCommand(Command::PlayStop);
+    }
+}
+
+void CMainFrame::onRemoteControlKey(const std::uint8_t* record)
+{
+    if (!record)
+        return;
+    std::uint32_t code = 0;
+    std::memcpy(&code, record + 4, sizeof code);
+    switch (code) {
+    case kRemotePlay:
+    case kRemoteStop:
+    case kRemotePause:
+        PostCommand(Command::PlayStop);
+        break;
+    case kRemoteRewind: // starts the forward scan, deliberately
+    case kRemoteForward:
+        transport_.FastForwardHold(0);
+        break;
+    case kRemoteBackward:
+        transport_.RewindHold(0);
+        break;
+    case kRemoteForwardReleased:
+        transport_.FastForwardHold(-1);
+        break;
+    case kRemoteBackwardReleased:
+        transport_.RewindHold(-1);
+        break;
+    default:
+        break;
+    }
+}
+
+void CMainFrame::initialLoad()
+{
+    SetWaitCursor(true);
+    library_.RefreshAll();
+    if (ProgramFile* program = library_.Current())
+        audio_.lastPositionMs = program->Position();
+    SetWaitCursor(false);
+    RedrawDisplay();
+    if (!env_.fileArgument.isEmpty()) {
+        std::u16string path = env_.fileArgument.toStdU16String();
+        SendMessage(Message::OpenProgramFile, 0, reinterpret_cast<LPARAM>(path.c_str()));
+    }
+}
+
+void CMainFrame::onOpenProgramFile(const QString& path)
+{
+    QFileInfo info(path);
+    if (path.isEmpty() || !info.exists() || info.isDir())
+        return;
+    int index = library_.IndexOfPath(path);
+    if (index < 0) {
+        std::u16string wide = path.toStdU16String();
+        SendMessage(Message::SyncAddProgram, 0, reinterpret_cast<LPARAM>(wide.c_str()));
+        index = library_.IndexOfPath(path);
+    }
+    if (index >= 0 && index != library_.CurrentIndex()) {
+        if (audio_.IsPlaying())
+            audio_.StartOrStop();
+        library_.SelectProgram(index);
+        audio_.lastPositionMs = library_.Current() ? library_.Current()->Position() : 0;
+    }
+    if (index >= 0 && !audio_.IsPlaying())
+        audio_.StartOrStop();
+    BringToFront();
+    RedrawDisplay();
+}
+
+void CMainFrame::onSyncAddProgram(const QString& path)
+{
+    if (audio_.IsPlaying())
+        audio_.StartOrStop();
+    SetWaitCursor(true);
+    library_.RefreshAll();
+    SetWaitCursor(false);
+    int index = library_.IndexOfPath(path);
+    if (index >= 0) {
+        library_.SelectProgram(index);
+        audio_.lastPositionMs = library_.Current() ? library_.Current()->Position() : 0;
+    }
+    RedrawDisplay();
+}
+
+void CMainFrame::onSyncDeleteProgram(const QString& path)
+{
+    ProgramFile* current = library_.Current();
+    const QString currentPath = current ? current->path : QString();
+    const bool wasPlaying = audio_.IsPlaying();
+    QFileInfo info(path);
+    if (!path.isEmpty() && info.exists() && !info.isDir()) {
+        if (path == currentPath && wasPlaying)
+            audio_.StartOrStop();
+        int index = library_.IndexOfPath(path);
+        if (index >= 0)
+            library_.DeleteProgram(library_.At(index));
+        library_.RefreshAll();
+    } else {
+        if (wasPlaying)
+            audio_.StartOrStop();
+        library_.DeletePrograms(path.isEmpty() ? std::nullopt : std::optional<QString>(path));
+    }
+    int index = library_.IndexOfPath(currentPath);
+    if (index >= 0) {
+        if (index != library_.CurrentIndex())
+            library_.SelectProgram(index);
+        if (wasPlaying && !audio_.IsPlaying())
+            audio_.StartOrStop();
+    }
+    RedrawDisplay();
+}
+
+void CMainFrame::onStorageChange(unsigned event)
+{
+    if (event != kMediaInserted && event != kMediaRemoved && event != kDriveRemoved && event != kDriveAdded)
+        return;
+    const bool wasPlaying = audio_.IsPlaying();
+    if (wasPlaying) {
+        audio_.restarting = true;
+        SendCommand(Command::PlayStopPressed);
+        audio_.ResetAndDrain();
+        RedrawDisplay();
+    }
+    library_.RefreshAll();
+    RedrawDisplay();
+    if (wasPlaying) {
+        audio_.ResetAndDrain();
+        audio_.restarting = true;
+        PostCommand(Command::PlayStop);
+    }
+}
+
+void CMainFrame::BringToFront()
+{
+    if (isMinimized())
+        showNormal();
+    raise();
+    activateWindow();
+    setFocus();
+}
+
+void CMainFrame::RedrawDisplay()
+{
+    display_->Show(library_.Current(), audio_.lastPositionMs,
+                   volumeShown_ ? settings_.GetVolumePercent() : -1);
+}
+
+void CMainFrame::RedrawPosition()
+{
+    if (ProgramFile* program = library_.Current())
+        audio_.lastPositionMs = program->Position();
+    RedrawDisplay();
+}
+
+void CMainFrame::DrawButton(std::uint16_t command, bool pressed)
+{
+    display_->ShowPressed(command, pressed);
+}
+
+void CMainFrame::ShowVolumeIndicator(bool shown)
+{
+    volumeShown_ = shown;
+    RedrawDisplay();
+}
+
+void CMainFrame::SetWaitCursor(bool waiting)
+{
+    if (waiting)
+        QApplication::setOverrideCursor(Qt::WaitCursor);
+    else
+        QApplication::restoreOverrideCursor();
+}
+
+void CMainFrame::releaseCurrentProgram()
+{
+    if (ProgramFile* program = library_.Current()) {
+        store_.SaveProgramState(*program);
+        program->Close();
+    }
+}
+
+void CMainFrame::shutDown()
+{
+    if (shutDown_)
+        return;
+    shutDown_ = true;
+    storageWatcher_.reset();
+    // Stop playback (its rewind keeps what was decoded but not heard), then
+    // keep the program's position and bookmarks before the library goes.
+    if (audio_.IsPlaying())
+        audio_.Stop();
+    releaseCurrentProgram();
+}
+
+void CMainFrame::closeEvent(QCloseEvent* event)
+{
+    shutDown();
+    event->accept();
+}
+
+} // namespace talvo

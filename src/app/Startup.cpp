@@ -1,0 +1,88 @@
+#include "app/Startup.h"
+
+#include "app/CMainFrame.h"
+#include "app/CommandIds.h"
+#include "app/CommandLine.h"
+#include "app/FileAssociation.h"
+#include "app/StringTable.h"
+#include "platform/InstanceChannel.h"
+#include "platform/MessageBox.h"
+#include "platform/TerminationSignals.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QGuiApplication>
+#include <cstdio>
+
+namespace talvo {
+namespace {
+
+// The program's own folder: beside the executable when skins lie there (a
+// build tree or a portable install), else the installed data folder.
+QString programFolder()
+{
+    QString beside = QCoreApplication::applicationDirPath();
+    if (QDir(beside).exists(QStringLiteral("Skins")))
+        return beside;
+    return QStringLiteral(TALVO_INSTALL_DATADIR);
+}
+
+// A second instance: hand the file over, then bring the running player to the front.
+int handOver(InstanceClient& running, const QString& path)
+{
+    if (!path.isEmpty()) {
+        QGuiApplication::setOverrideCursor(Qt::WaitCursor);
+        std::u16string text = path.toStdU16String();
+        QByteArray bytes(reinterpret_cast<const char*>(text.c_str()),
+                         static_cast<qsizetype>((text.size() + 1) * sizeof(char16_t)));
+        running.Send(InstanceRequest::CopyData, Message::OpenProgramFile, bytes);
+        QGuiApplication::restoreOverrideCursor();
+    }
+    running.Send(InstanceRequest::BringToFront, 0, {});
+    return 0;
+}
+
+std::function<std::unique_ptr<WaveOut>()> waveOutFactory()
+{
+    return [] {
+        std::string error;
+        std::unique_ptr<WaveOut> wave =
+            CreateWaveOut(qEnvironmentVariable("TALVOPLAYER_AUDIO").toStdString(), &error);
+        if (!wave)
+            std::fprintf(stderr, "talvoplayer: TALVOPLAYER_AUDIO: %s\n", error.c_str());
+        return wave;
+    };
+}
+
+} // namespace
+
+int RunPlayer(const QStringList& arguments)
+{
+    RegStatus status = ERROR_SUCCESS;
+    std::unique_ptr<Registry> registry = OpenSqliteRegistry(DefaultRegistryPath(), &status);
+    if (!registry) {
+        ShowMessageBox(nullptr,
+                       QStringLiteral("The settings store %1 cannot be opened (error %2).")
+                           .arg(QString::fromStdString(DefaultRegistryPath()))
+                           .arg(status),
+                       LoadString(Str::ErrorCaption), kErrorBoxStyle);
+        return 1;
+    }
+    RegisterFileAssociation(*registry, QCoreApplication::applicationFilePath(),
+                            LoadString(Str::FileTypeName));
+
+    const QString windowClass = QString::fromUtf16(kMainWindowClass);
+    const QString file = ParseFileArgument(arguments);
+    InstanceClient running;
+    if (running.Connect(windowClass))
+        return handOver(running, file);
+
+    CMainFrame frame({*registry, programFolder(), file, waveOutFactory()});
+    frame.ListenForOtherInstances();
+    OnTerminationSignal([&frame] { frame.SendCommand(Command::Exit); });
+    frame.resize(480, 640);
+    frame.show();
+    return QApplication::exec();
+}
+
+} // namespace talvo

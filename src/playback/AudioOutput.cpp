@@ -1,0 +1,264 @@
+#include "playback/AudioOutput.h"
+
+#include "app/CommandIds.h"
+#include "app/DetectPlatform.h"
+#include "app/StringTable.h"
+#include "library/ProgramLibrary.h"
+#include "platform/MessageBox.h"
+#include "platform/MessageWindow.h"
+#include "platform/SystemInfo.h"
+#include "platform/Trace.h"
+#include "playback/PlayerView.h"
+#include "playback/ProgramFile.h"
+#include "settings/SettingsStore.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace talvo {
+namespace {
+
+bool deviceIsPalm()
+{
+    std::optional<std::u16string> oem = HostSystemInfo().OemInfo();
+    return oem && QString::fromStdU16String(*oem).contains(QStringLiteral("Palm"));
+}
+
+} // namespace
+
+AudioOutput::AudioOutput(MessageWindow& window, PlayerView& view, ProgramLibrary& library,
+                         ProgramStateStore& store, SettingsStore& settings,
+                         std::function<std::unique_ptr<WaveOut>()> makeWaveOut)
+    : window_(window), view_(view), library_(library), store_(store), settings_(settings),
+      makeWaveOut_(std::move(makeWaveOut))
+{
+}
+
+AudioOutput::~AudioOutput()
+{
+    if (waveOpen_) {
+        wave_->Reset();
+        wave_->Close();
+    }
+    if (keepAwake_)
+        keepAwake_->Stop();
+}
+
+WAVEHDR* AudioOutput::slot(int index)
+{
+    return reinterpret_cast<WAVEHDR*>(block_.data() + index * (sizeof(WAVEHDR) + bufferSize_));
+}
+
+void AudioOutput::decideForeground()
+{
+    if (!pausedByCall) {
+        view_.BringToFront();
+        if (callEnded)
+            pausedByCall = callEnded = false;
+    } else if (deviceIsPalm()) {
+        if (callEnded)
+            pausedByCall = callEnded = false;
+    } else if (callEnded) {
+        view_.BringToFront();
+        pausedByCall = callEnded = false;
+    }
+}
+
+void AudioOutput::reportDeviceError(MMRESULT code)
+{
+    ShowMessageBox(nullptr,
+                   QString::asprintf(qPrintable(LoadString(Str::AudioDeviceError)), static_cast<int>(code)),
+                   LoadString(Str::ErrorCaption), kErrorBoxStyle);
+}
+
+bool AudioOutput::openDevice(const WAVEFORMATEX& format)
+{
+    if (!wave_)
+        wave_ = makeWaveOut_();
+    auto done = [this](WAVEHDR* header) {
+        window_.PostMessage(MM_WOM_DONE, 0, reinterpret_cast<LPARAM>(header));
+    };
+    MMRESULT result = wave_ ? wave_->Open(format, done) : MMSYSERR_NODRIVER;
+    if (result == MMSYSERR_NOERROR || fellBackToNull_)
+        return result == MMSYSERR_NOERROR;
+    // No sound device: say so once, then play on a silent device so positions
+    // and the end of a program still advance, instead of failing every Play.
+    reportDeviceError(result);
+    fellBackToNull_ = true;
+    wave_ = wave_ ? FallbackToNull(*wave_) : CreateWaveOut("null");
+    return wave_ && wave_->Open(format, done) == MMSYSERR_NOERROR;
+}
+
+int AudioOutput::StartOrStop()
+{
+    if (!restarting)
+        decideForeground();
+    if (waveOpen_) {
+        Stop();
+        restarting = false;
+        return 0;
+    }
+    queuedCount_ = 0;
+    draining = false;
+    ProgramFile* program = library_.Current();
+    WAVEFORMATEX format{};
+    if (!program || !program->Open(store_) || !program->WaveFormat(&format))
+        return -1;
+    block_.clear();
+    slotCounter = 0;
+    if (!openDevice(format))
+        return -1;
+    waveOpen_ = true;
+    if (DetectPlatform() == 1) {
+        keepAwake_ = CreateKeepAwake();
+        keepAwake_->Start();
+    }
+    SetVolume(settings_.GetVolume());
+    jumpBackSeconds = settings_.GetJumpBack();
+    bufferSize_ = (kUnitsPerBuffer * program->DecodeUnit() + 3) & ~3u;
+    block_.assign(kSlotCount * (bufferSize_ + sizeof(WAVEHDR)), 0);
+    Prime();
+    view_.RedrawDisplay();
+    DWORD powerOff = settings_.GetPowerOffTime();
+    if (powerOff != kPowerOffNever)
+        window_.SetTimer(Timer::ScreenPowerOff, powerOff * 1000);
+    restarting = false;
+    return 0;
+}
+
+bool AudioOutput::Prime()
+{
+    queuedCount_ = 0;
+    ProgramFile* program = library_.Current();
+    WAVEFORMATEX format{};
+    if (!program || !program->WaveFormat(&format) || block_.empty())
+        return false;
+    std::fill(block_.begin(), block_.end(), 0);
+    // Seeking to where it stands resets the SDK's decoder after a device reset.
+    program->Seek(program->Position());
+    const std::uint32_t room = kUnitsPerBuffer * program->DecodeUnit();
+    for (int i = 0; i < kSlotCount; ++i) {
+        WAVEHDR* header = slot(i);
+        header->lpData = reinterpret_cast<char*>(header + 1);
+        header->dwBufferLength = 0;
+        program->DecodeBlock(reinterpret_cast<std::uint8_t*>(header->lpData), room, &header->dwBufferLength);
+        if (header->dwBufferLength == 0) {
+            Stop();
+            return false;
+        }
+        header->dwUser = program->Position();
+        if (MMRESULT result = wave_->PrepareHeader(header, sizeof(WAVEHDR)); result != MMSYSERR_NOERROR) {
+            Stop();
+            reportDeviceError(result);
+            return false;
+        }
+    }
+    for (int i = 0; i < kSlotCount; ++i) {
+        WAVEHDR* header = slot(i);
+        // All four carry the position after the fourth block.
+        header->dwUser = program->Position();
+        if (MMRESULT result = wave_->Write(header, sizeof(WAVEHDR)); result != MMSYSERR_NOERROR) {
+            Stop();
+            reportDeviceError(result);
+            return false;
+        }
+        ++queuedCount_;
+    }
+    return true;
+}
+
+void AudioOutput::OnBufferDone(WAVEHDR* header)
+{
+    if (!waveOpen_)
+        return;
+    if (MMRESULT result = wave_->UnprepareHeader(header, sizeof(WAVEHDR)); result != MMSYSERR_NOERROR)
+        Trace("waveOutUnprepareHeader failed with error %d.", static_cast<int>(result));
+    --queuedCount_;
+    if (!draining) {
+        ProgramFile* program = library_.Current();
+        WAVEFORMATEX format{};
+        if (!program || !program->WaveFormat(&format)) {
+            Stop();
+            return;
+        }
+        header->dwBufferLength = 0;
+        program->DecodeBlock(reinterpret_cast<std::uint8_t*>(header->lpData),
+                             kUnitsPerBuffer * program->DecodeUnit(), &header->dwBufferLength);
+        if (header->dwBufferLength == 0) {
+            // The end of the program.
+            window_.PostCommand(Command::NextProgram);
+            return;
+        }
+        header->dwBytesRecorded = 0;
+        header->dwUser = program->Position();
+        header->dwFlags = 0;
+        header->dwLoops = 0;
+        header->lpNext = nullptr;
+        header->reserved = 0;
+        MMRESULT result = wave_->PrepareHeader(header, sizeof(WAVEHDR));
+        if (result == MMSYSERR_NOERROR)
+            result = wave_->Write(header, sizeof(WAVEHDR));
+        if (result != MMSYSERR_NOERROR) {
+            reportDeviceError(result);
+            return;
+        }
+        ++queuedCount_;
+    }
+    if (!seeking)
+        window_.PostCommand(Command::UpdatePosition);
+}
+
+bool AudioOutput::Stop()
+{
+    if (wave_) {
+        if (MMRESULT result = wave_->Reset(); result != MMSYSERR_NOERROR)
+            Trace("waveOutReset failed with error %d.", static_cast<int>(result));
+        if (MMRESULT result = wave_->Close(); result != MMSYSERR_NOERROR)
+            Trace("waveOutClose failed with error %d.", static_cast<int>(result));
+    }
+    waveOpen_ = false;
+    if (keepAwake_) {
+        keepAwake_->Stop();
+        keepAwake_.reset();
+    }
+    view_.ScreenOnIfOff();
+    window_.KillTimer(Timer::ScreenPowerOff);
+    view_.ShowVolumeIndicator(false);
+    window_.KillTimer(Timer::HideVolume);
+    view_.RedrawDisplay();
+    bool sought = false;
+    if (ProgramFile* program = library_.Current()) {
+        // Rewind by what was decoded but not heard; the buffer-done notices of
+        // the reset buffers are still waiting, so the queued count is exact.
+        std::uint32_t position = program->Position();
+        std::uint32_t rewind =
+            kRewindPerQueuedBufferMs * static_cast<std::uint32_t>(std::max(queuedCount_, 0));
+        sought = program->Seek(position > rewind ? position - rewind : 0);
+    } else {
+        lastPositionMs = 0;
+    }
+    queuedCount_ = 0;
+    return sought;
+}
+
+void AudioOutput::ResetAndDrain()
+{
+    if (waveOpen_) {
+        if (MMRESULT result = wave_->Reset(); result != MMSYSERR_NOERROR)
+            Trace("CMainFrame::WaveOutReset:\twaveOutReset failed with error %d.", static_cast<int>(result));
+    }
+    window_.RemovePostedBufferDone();
+}
+
+void AudioOutput::SetVolume(DWORD level)
+{
+    if (!wave_)
+        wave_ = makeWaveOut_();
+    if (wave_) {
+        if (MMRESULT result = wave_->SetVolume(level * 0x10001); result != MMSYSERR_NOERROR)
+            Trace("waveOutSetVolume failed with error %d.", static_cast<int>(result));
+    }
+    settings_.SetVolume(level);
+}
+
+} // namespace talvo

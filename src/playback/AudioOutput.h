@@ -1,0 +1,77 @@
+#pragma once
+// Plays the current program: opens the wave output with the program's PCM
+// format, keeps four buffers in flight and refills each one, on the
+// user-interface thread, when the device hands it back.  There is no decoding
+// thread; the device's completion callback only posts MM_WOM_DONE to the main
+// window, whose handler calls OnBufferDone.
+#include "platform/KeepAwake.h"
+#include "platform/WaveOut.h"
+
+#include <QString>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace talvo {
+
+class MessageWindow;
+class PlayerView;
+class ProgramLibrary;
+class ProgramStateStore;
+class SettingsStore;
+
+class AudioOutput {
+public:
+    static constexpr int kSlotCount = 4;
+    // A buffer holds five decode units.
+    static constexpr std::uint32_t kUnitsPerBuffer = 5;
+    // What Stop rewinds for each buffer that was decoded but not heard.
+    static constexpr std::uint32_t kRewindPerQueuedBufferMs = 1000;
+
+    AudioOutput(MessageWindow& window, PlayerView& view, ProgramLibrary& library, ProgramStateStore& store,
+                SettingsStore& settings, std::function<std::unique_ptr<WaveOut>()> makeWaveOut);
+    ~AudioOutput();
+
+    int StartOrStop();
+    bool Prime();
+    void OnBufferDone(WAVEHDR* header);
+    bool Stop();
+    void ResetAndDrain();
+    void SetVolume(DWORD level);
+
+    bool IsPlaying() const { return waveOpen_; }
+    int QueuedCount() const { return queuedCount_; }
+
+    // State shared with the transport and the main window.
+    bool draining = false;
+    bool restarting = false;
+    bool seeking = false;
+    bool pausedByCall = false;
+    bool callEnded = false;
+    std::uint32_t lastPositionMs = 0;
+    std::uint32_t jumpBackSeconds = 30;
+    int slotCounter = 0;
+
+private:
+    WAVEHDR* slot(int index);
+    void decideForeground();
+    void reportDeviceError(MMRESULT code);
+    bool openDevice(const WAVEFORMATEX& format);
+
+    MessageWindow& window_;
+    PlayerView& view_;
+    ProgramLibrary& library_;
+    ProgramStateStore& store_;
+    SettingsStore& settings_;
+    std::function<std::unique_ptr<WaveOut>()> makeWaveOut_;
+    std::unique_ptr<WaveOut> wave_;
+    bool waveOpen_ = false;
+    bool fellBackToNull_ = false;
+    std::vector<std::uint8_t> block_;
+    std::uint32_t bufferSize_ = 0;
+    int queuedCount_ = 0;
+    std::unique_ptr<KeepAwake> keepAwake_;
+};
+
+} // namespace talvo

@@ -1,0 +1,91 @@
+#pragma once
+// A whole player in a temporary device: program files made with the SDK's
+// writer in Music/Author/Title folders, the real registry, and a main window
+// on a wave output the test chooses.
+#include "app/CMainFrame.h"
+#include "platform/null/ManualWaveOut.h"
+#include "playback/ProgramFile.h"
+#include "tests/support/TestDevice.h"
+#include "zqx/zqxwriter.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <functional>
+#include <gtest/gtest.h>
+#include <vector>
+
+namespace talvo::test {
+
+// A type-5 program at 1000 Hz mono in one-second packets, so every position a
+// seek can reach is a whole second.  Sample i of second s holds s * 7 + i % 5
+// so that any misplaced block shows up in a comparison.
+inline QString WritePcmProgram(const QString& path, const std::string& id, int seconds,
+                               const std::vector<std::uint32_t>& sectionStartsMs = {})
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    CZQXWriter writer;
+    EXPECT_EQ(writer.Create(path.toStdString(), ZQX_TYPE_PCM16, 1000, 1), ZQX_OK);
+    writer.SetProgramId(id);
+    writer.SetTitle("Program " + id);
+    for (std::size_t i = 0; i < sectionStartsMs.size(); ++i)
+        writer.AddSection(sectionStartsMs[i], "Section " + std::to_string(i + 1));
+    std::vector<std::int16_t> second(1000);
+    for (int s = 0; s < seconds; ++s) {
+        for (int i = 0; i < 1000; ++i)
+            second[static_cast<std::size_t>(i)] = static_cast<std::int16_t>(s * 7 + i % 5);
+        EXPECT_EQ(writer.AddPacket(reinterpret_cast<const std::uint8_t*>(second.data()), 2000, 1000), ZQX_OK);
+    }
+    EXPECT_EQ(writer.Finish(), ZQX_OK);
+    return path;
+}
+
+class PlayerFixture : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        registry_ = OpenSqliteRegistry(device_.registryPath().toStdString());
+        ASSERT_TRUE(registry_);
+        QDir().mkpath(device_.path("app"));
+    }
+
+    QString musicPath(const QString& relative) const { return device_.path("music/" + relative); }
+
+    // Builds the main window and runs its initial load.  With no factory the
+    // window plays on a manual device whose buffers finish when the test says.
+    void startPlayer(std::function<std::unique_ptr<WaveOut>()> makeWaveOut = nullptr)
+    {
+        if (!makeWaveOut) {
+            makeWaveOut = [this] {
+                auto wave = std::make_unique<ManualWaveOut>();
+                manual_ = wave.get();
+                return std::unique_ptr<WaveOut>(std::move(wave));
+            };
+        }
+        frame_ = std::make_unique<CMainFrame>(
+            CMainFrame::Environment{*registry_, device_.path("app"), QString(), std::move(makeWaveOut)});
+        pump();
+    }
+
+    // Runs the event loop until nothing is left to do or the condition holds.
+    bool pump(const std::function<bool()>& until = nullptr, int timeoutMs = 20000)
+    {
+        QElapsedTimer clock;
+        clock.start();
+        do {
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+            if (until && until())
+                return true;
+        } while (until && clock.elapsed() < timeoutMs);
+        return !until;
+    }
+
+    ProgramFile& current() { return *frame_->Library().Current(); }
+
+    TestDevice device_;
+    std::unique_ptr<Registry> registry_;
+    std::unique_ptr<CMainFrame> frame_;
+    ManualWaveOut* manual_ = nullptr;
+};
+
+} // namespace talvo::test
