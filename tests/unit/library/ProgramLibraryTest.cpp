@@ -90,6 +90,39 @@ TEST_F(ProgramLibraryTest, ReopensTheLastProgramOrTheFirst)
     EXPECT_TRUE(library->Current()->IsOpen());
 }
 
+TEST_F(ProgramLibraryTest, SyncScansTheCardsOrTheInstallationAndSelectsNothing)
+{
+    SetCards({QStringLiteral("cards/SD")});
+    const QString card = At(QStringLiteral("cards/SD/"));
+    MakeProgram(card + QStringLiteral("root.zq"));
+    MakeProgram(card + QStringLiteral("books/asked.zq"));
+    MakeProgram(card + QStringLiteral("TalvoPlayer/own.zq"));
+    MakeProgram(card + QStringLiteral("Music/A/B/deep.zq"));
+    MakeProgram(At(QStringLiteral("app/main.zq")));
+    MakeProgram(At(QStringLiteral("prefix/TalvoPlayer/installed.zq")));
+    MakeProgram(At(QStringLiteral("prefix/Music/A/B/music.zq")));
+
+    library->ScanForSync(card + QStringLiteral("books"));
+    EXPECT_EQ(Paths(), (QStringList{card + QStringLiteral("books/asked.zq"),
+                                    card + QStringLiteral("TalvoPlayer/own.zq"),
+                                    card + QStringLiteral("Music/A/B/deep.zq")}));
+    EXPECT_EQ(library->Current(), nullptr);
+
+    // A folder on main memory is not searched; the cards' folders are.
+    library->Clear();
+    library->ScanForSync(At(QStringLiteral("app")));
+    EXPECT_EQ(library->Count(), 2);
+
+    library->Clear();
+    library->ScanForSync(std::nullopt);
+    EXPECT_EQ(Paths(), (QStringList{At(QStringLiteral("prefix/TalvoPlayer/installed.zq")),
+                                    At(QStringLiteral("prefix/Music/A/B/music.zq"))}));
+
+    EXPECT_TRUE(library->DeletePrograms(At(QStringLiteral("prefix/Music"))));
+    EXPECT_EQ(Paths(), QStringList{At(QStringLiteral("prefix/TalvoPlayer/installed.zq"))});
+    EXPECT_FALSE(QFileInfo::exists(At(QStringLiteral("prefix/Music/A/B/music.zq"))));
+}
+
 TEST_F(ProgramLibraryTest, DeletingRemovesFileSideFileAndEntryButKeepsTheRecord)
 {
     const QString first = At(QStringLiteral("app/first.zq"));
