@@ -139,17 +139,6 @@ protected:
     bool serverUp_ = false;
 };
 
-std::vector<std::int16_t> Noise(std::size_t frames)
-{
-    std::mt19937 random(7);
-    std::uniform_int_distribution<int> sample(-12000, 12000);
-    std::vector<std::int16_t> pcm(frames * kChannels);
-    for (auto& s : pcm) {
-        s = std::int16_t(sample(random));
-    }
-    return pcm;
-}
-
 TEST_F(AlsaPulse, RecordedMonitorHoldsThePlayedPcm)
 {
     if (!serverUp_) {
@@ -177,7 +166,12 @@ TEST_F(AlsaPulse, RecordedMonitorHoldsThePlayedPcm)
     // queues them, in the player's format.
     constexpr std::size_t kLeadInFrames = kRate / 2;
     constexpr std::size_t kFramesPerBuffer = kRate * 2 / 5;
-    const auto noise = Noise(4 * kFramesPerBuffer);
+    std::mt19937 random(7);
+    std::uniform_int_distribution<int> sample(-12000, 12000);
+    std::vector<std::int16_t> noise(4 * kFramesPerBuffer * kChannels);
+    for (auto& s : noise) {
+        s = std::int16_t(sample(random));
+    }
     std::vector<std::int16_t> played(kLeadInFrames * kChannels, 0);
     played.insert(played.end(), noise.begin(), noise.end());
     std::vector<WAVEHDR> headers(5);
