@@ -95,6 +95,7 @@ public:
     std::int32_t CurrentIndex() const { return currentIndex_; }
     // The open program, or null when the current index is outside the list.
     ProgramFile* Current() const;
+    // An index outside the list is a programming error and throws std::out_of_range.
     ProgramFile& At(std::int32_t index) const { return *entries_.at(static_cast<std::size_t>(index)); }
     const QStringList& CardNames() const { return cardNames_; }
     // Empties the list; the current program is released (saved and closed) first.
