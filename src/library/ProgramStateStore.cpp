@@ -174,6 +174,17 @@ bool ProgramStateStore::SaveProgramState(ProgramFile& entry)
     return true;
 }
 
+bool ProgramStateStore::ReadPlayPosition(const QString& programKey, DWORD* positionMs)
+{
+    HKEY record = 0;
+    if (registry_.OpenKey(HKEY_LOCAL_MACHINE, ProgramKeyPath(programKey), kReadAccess, &record) !=
+        ERROR_SUCCESS)
+        return false;
+    const bool found = QueryDword(registry_, record, kPlayPos, positionMs);
+    registry_.CloseKey(record);
+    return found;
+}
+
 bool ProgramStateStore::LoadProgramState(ProgramFile& entry)
 {
     if (entry.sdkHandle != 0) {

@@ -6,6 +6,8 @@
 // longer program (its span start is added on save and taken off on load).
 #include "platform/Registry.h"
 
+#include <QString>
+
 namespace talvo {
 
 class ProgramFile;
@@ -19,6 +21,9 @@ public:
     // Restores the SDK's stored position into the open file and reads the
     // bookmarks; true when the bookmarks key was readable.
     bool LoadProgramState(ProgramFile& entry);
+    // The stored "play_pos" of a program key, as the desktop sync reports it
+    // without opening the file; false when there is none (or not a REG_DWORD).
+    bool ReadPlayPosition(const QString& programKey, DWORD* positionMs);
 
 private:
     Registry& registry_;

@@ -104,7 +104,7 @@ TEST_F(ProgramStateStoreTest, SaveWritesWholeProgramTimesAndLoadGivesTheSameList
 
     const QString key = QStringLiteral("ROUND");
     DWORD value = 0;
-    ASSERT_TRUE(ReadDword(ProgramKeyPath(key), kPlayPos, &value));
+    ASSERT_TRUE(store->ReadPlayPosition(key, &value));
     EXPECT_EQ(value, position + 10000);
     ASSERT_TRUE(ReadDword(BookmarksKeyPath(key), kCount, &value));
     EXPECT_EQ(value, 3u);
