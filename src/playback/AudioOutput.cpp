@@ -44,9 +44,16 @@ AudioOutput::~AudioOutput()
         keepAwake_->Stop();
 }
 
+std::size_t AudioOutput::slotStride() const
+{
+    // Each header must stay aligned for its pointers, whatever the data size.
+    constexpr std::size_t align = alignof(WAVEHDR);
+    return sizeof(WAVEHDR) + (bufferSize_ + align - 1) / align * align;
+}
+
 WAVEHDR* AudioOutput::slot(int index)
 {
-    return reinterpret_cast<WAVEHDR*>(block_.data() + index * (sizeof(WAVEHDR) + bufferSize_));
+    return reinterpret_cast<WAVEHDR*>(block_.data() + static_cast<std::size_t>(index) * slotStride());
 }
 
 void AudioOutput::decideForeground()
@@ -116,7 +123,7 @@ int AudioOutput::StartOrStop()
     SetVolume(settings_.GetVolume());
     jumpBackSeconds = settings_.GetJumpBack();
     bufferSize_ = (kUnitsPerBuffer * program->DecodeUnit() + 3) & ~3u;
-    block_.assign(kSlotCount * (bufferSize_ + sizeof(WAVEHDR)), 0);
+    block_.assign(kSlotCount * slotStride(), 0);
     Prime();
     view_.RedrawDisplay();
     DWORD powerOff = settings_.GetPowerOffTime();

@@ -54,6 +54,7 @@ public:
     int slotCounter = 0;
 
 private:
+    std::size_t slotStride() const;
     WAVEHDR* slot(int index);
     void decideForeground();
     void reportDeviceError(MMRESULT code);
@@ -68,6 +69,7 @@ private:
     std::unique_ptr<WaveOut> wave_;
     bool waveOpen_ = false;
     bool fellBackToNull_ = false;
+    // Four slots, each a header followed by its PCM; vector storage is aligned for the headers.
     std::vector<std::uint8_t> block_;
     std::uint32_t bufferSize_ = 0;
     int queuedCount_ = 0;

@@ -3,6 +3,10 @@
 #include "PlayerFixture.h"
 
 #include "app/CommandIds.h"
+#include "library/ProgramStateStore.h"
+#include "zqxauthor/PacketEncoderFactory.h"
+
+#include <cmath>
 
 #include <QFile>
 #include <QProcess>
@@ -173,6 +177,46 @@ TEST_F(PlaybackSpine, VolumeStepsMoveTenShownPoints)
     // 60 - 9 = 51 % stores 33422, which reads back as 50 %.
     EXPECT_EQ(settings.GetVolume(), 33422u);
     EXPECT_EQ(settings.GetVolumePercent(), 50u);
+}
+
+TEST_F(PlaybackSpine, AnMp3ProgramPlaysInBlocksOfExactlyFiveFrames)
+{
+    // Ten seconds of a tone, encoded into 104-byte frames.
+    std::string error;
+    auto encoder = zqxauthor::CreatePacketEncoder({ZQX_TYPE_MP3, 22050, 1}, error);
+    ASSERT_TRUE(encoder) << error;
+    std::vector<std::int16_t> tone(22050 * 10);
+    for (std::size_t i = 0; i < tone.size(); ++i)
+        tone[i] = static_cast<std::int16_t>(8000 * std::sin(static_cast<double>(i) * 0.05));
+    std::vector<zqxauthor::EncodedPacket> packets;
+    ASSERT_TRUE(encoder->Encode(tone, packets) && encoder->Finish(packets)) << encoder->Error();
+    const QString path = musicPath("Author/Tone/tone.zq");
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    CZQXWriter writer;
+    ASSERT_EQ(writer.Create(path.toStdString(), ZQX_TYPE_MP3, 22050, 1), ZQX_OK);
+    writer.SetProgramId("tone");
+    for (const auto& packet : packets)
+        ASSERT_EQ(writer.AddPacket(packet.bytes.data(), static_cast<std::uint32_t>(packet.bytes.size()),
+                                   packet.skip + packet.samples),
+                  ZQX_OK);
+    ASSERT_EQ(writer.Finish(), ZQX_OK);
+
+    ProgramFile program(path);
+    ASSERT_EQ(program.ReadMetadata(), ZQX_OK);
+    ProgramStateStore store(*registry_);
+    program.Open(store);
+    ASSERT_TRUE(program.IsOpen());
+    EXPECT_EQ(program.DecodeUnit(), 1152u);
+    std::vector<std::uint8_t> block(5 * 1152);
+    std::uint32_t length = 0;
+    int blocks = 0;
+    while (program.DecodeBlock(block.data(), static_cast<std::uint32_t>(block.size()), &length)) {
+        ASSERT_EQ(length, 5760u);
+        ++blocks;
+    }
+    // The frames that do not fill a last block of five end the program.
+    EXPECT_EQ(blocks, static_cast<int>(packets.size()) / 5 - (packets.size() % 5 == 0 ? 1 : 0));
+    EXPECT_EQ(length, 0u);
 }
 
 } // namespace
