@@ -15,7 +15,18 @@ export TALVOPLAYER_HOME=${TALVOPLAYER_HOME:-$demo/home}
 export TALVOPLAYER_MUSIC=${TALVOPLAYER_MUSIC:-$demo/music}
 export TALVOPLAYER_CARDS=${TALVOPLAYER_CARDS:-}
 
+# Without a sound card or sound server, play on the simulated device rather
+# than have the player report the missing device first.
+if [ -z "${TALVOPLAYER_AUDIO:-}" ] && [ ! -e /dev/snd/controlC0 ] && [ -z "${PULSE_SERVER:-}" ] \
+   && [ ! -S "${XDG_RUNTIME_DIR:-/nonexistent}/pulse/native" ]; then
+  echo "No sound device found: playing on the simulated output (TALVOPLAYER_AUDIO=null)."
+  export TALVOPLAYER_AUDIO=null
+fi
+
+# Start playing the first demo program at once; the player then goes on through the library.
+first=$(find "$TALVOPLAYER_MUSIC" -mindepth 3 -maxdepth 3 -name '*.zq*' 2>/dev/null | LC_ALL=C sort | head -n 1)
 player=("$build/bin/talvoplayer")
+[ -n "$first" ] && player+=("-File:$first")
 
 if [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]; then
   exec "${player[@]}"

@@ -165,8 +165,8 @@ CMainFrame::CMainFrame(Environment environment)
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
     display_ = new PlainDisplay(this);
-    createMenus();
     layout->addWidget(display_, 1);
+    createMenus();
     // Card changes arrive on the watcher's thread; the main window handles them in order.
     storageWatcher_ =
         std::make_unique<StorageChangeWatcher>(*cards_, [this](StorageChange change, const StorageCard&) {
