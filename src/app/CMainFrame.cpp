@@ -687,6 +687,8 @@ void CMainFrame::onStorageChange(unsigned event)
         audio_.ResetAndDrain();
         RedrawDisplay();
     }
+    // A card that went away takes its programs with it: rebuild the list.
+    library_.Clear();
     library_.RefreshAll();
     RedrawDisplay();
     if (wasPlaying) {

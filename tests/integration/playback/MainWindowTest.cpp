@@ -1,0 +1,106 @@
+// The main window's handling of messages from devices and other processes.
+#include "PlayerFixture.h"
+
+#include "app/CommandIds.h"
+#include "app/FileAssociation.h"
+
+namespace talvo::test {
+namespace {
+
+using MainWindow = PlayerFixture;
+
+TEST_F(MainWindow, StorageCardsComingAndGoingWhilePlayingRescanAndPlayOn)
+{
+    WritePcmProgram(musicPath("Author/Book/book.zq"), "book", 60);
+    const QString card = device_.path("Storage Card");
+    WritePcmProgram(card + "/card.zq", "card", 60);
+    startPlayer();
+    frame_->SendCommand(Command::PlayStop);
+    ASSERT_TRUE(frame_->Audio().IsPlaying());
+
+    device_.set("TALVOPLAYER_CARDS", card);
+    frame_->SendMessage(Message::StorageChange, 32);
+    ASSERT_TRUE(pump([&] { return frame_->Audio().IsPlaying(); }));
+    EXPECT_EQ(frame_->Library().Count(), 2);
+    EXPECT_EQ(QFileInfo(current().path).fileName(), "book.zq");
+
+    device_.set("TALVOPLAYER_CARDS", "");
+    frame_->SendMessage(Message::StorageChange, 64);
+    ASSERT_TRUE(pump([&] { return frame_->Audio().IsPlaying(); }));
+    EXPECT_EQ(frame_->Library().Count(), 1);
+
+    // Other notices are not about storage.
+    frame_->SendMessage(Message::StorageChange, 1);
+    EXPECT_TRUE(frame_->Audio().IsPlaying());
+}
+
+TEST_F(MainWindow, CopyDataCarriesOnlyTheThreeHandOverMessages)
+{
+    WritePcmProgram(musicPath("Author/A/a.zq"), "a", 30);
+    const QString b = WritePcmProgram(musicPath("Author/B/b.zq"), "b", 30);
+    startPlayer();
+    std::u16string path = b.toStdU16String();
+    COPYDATASTRUCT other{1234, static_cast<std::uint32_t>((path.size() + 1) * 2), path.c_str()};
+    EXPECT_EQ(frame_->SendMessage(WM_COPYDATA, 0, reinterpret_cast<LPARAM>(&other)), 0);
+    EXPECT_EQ(frame_->Library().CurrentIndex(), 0);
+    EXPECT_FALSE(frame_->Audio().IsPlaying());
+
+    COPYDATASTRUCT open{Message::OpenProgramFile, other.cbData, path.c_str()};
+    EXPECT_EQ(frame_->SendMessage(WM_COPYDATA, 0, reinterpret_cast<LPARAM>(&open)), 1);
+    EXPECT_EQ(current().path, b);
+    EXPECT_TRUE(frame_->Audio().IsPlaying());
+}
+
+TEST_F(MainWindow, IgnoresBookmarksBeyondTheListAndReservedCommands)
+{
+    WritePcmProgram(musicPath("Author/Book/book.zq"), "book", 60);
+    startPlayer();
+    current().bookmarks = {{u"Here", 30000}};
+    frame_->SendCommand(Command::BookmarkFirst + 1);
+    EXPECT_EQ(current().Position(), 0u);
+    frame_->SendCommand(Command::BookmarkFirst);
+    EXPECT_EQ(current().Position(), 30000u);
+
+    frame_->SendCommand(Command::PlayStopReleased);
+    frame_->SendCommand(Command::Reserved);
+    pump();
+    EXPECT_FALSE(frame_->Audio().IsPlaying());
+    frame_->SendCommand(Command::PlayStopPressed);
+    pump();
+    EXPECT_TRUE(frame_->Audio().IsPlaying());
+}
+
+TEST_F(MainWindow, RemoteControlRewindCodeStartsTheForwardScan)
+{
+    WritePcmProgram(musicPath("Author/Book/book.zq"), "book", 60);
+    startPlayer();
+    std::uint8_t record[24] = {};
+    record[4] = 72;
+    frame_->SendMessage(Message::RemoteControlKey, 0, reinterpret_cast<LPARAM>(record));
+    EXPECT_TRUE(frame_->IsTimerRunning(Timer::FastForwardHold));
+    EXPECT_EQ(current().Position(), 1000u);
+    record[4] = 203;
+    frame_->SendMessage(Message::RemoteControlKey, 0, reinterpret_cast<LPARAM>(record));
+    EXPECT_FALSE(frame_->IsTimerRunning(Timer::FastForwardHold));
+}
+
+TEST_F(MainWindow, FileAssociationNamesThisExecutable)
+{
+    ASSERT_TRUE(RegisterFileAssociation(*registry_, "/opt/talvo/bin/talvoplayer", "Talvo Audio"));
+    auto text = [&](std::u16string_view key) {
+        HKEY handle = 0;
+        registry_->OpenKey(HKEY_CLASSES_ROOT, key, KEY_READ, &handle);
+        std::vector<std::uint8_t> data(1024);
+        DWORD size = static_cast<DWORD>(data.size());
+        registry_->QueryValue(handle, u"", nullptr, data.data(), &size);
+        registry_->CloseKey(handle);
+        return QString::fromStdU16String(RegSzText(data.data(), size));
+    };
+    EXPECT_EQ(text(u".zq"), "TalvoPlayer");
+    EXPECT_EQ(text(u"TalvoPlayer"), "Talvo Audio");
+    EXPECT_EQ(text(u"TalvoPlayer\\DefaultIcon"), "/opt/talvo/bin/talvoplayer,0");
+    EXPECT_EQ(text(u"TalvoPlayer\\shell\\open\\command"), "\"/opt/talvo/bin/talvoplayer\" -File:\"%1\"");
+}
+
+} // namespace
+} // namespace talvo::test
