@@ -84,6 +84,24 @@ TEST_F(MainWindow, RemoteControlRewindCodeStartsTheForwardScan)
     EXPECT_FALSE(frame_->IsTimerRunning(Timer::FastForwardHold));
 }
 
+TEST_F(MainWindow, WithoutASoundDeviceSaysSoOnceAndPlaysOnTheSimulatedOutput)
+{
+    WritePcmProgram(musicPath("Author/Book/book.zq"), "book", 60);
+    startPlayer([] {
+        auto wave = std::make_unique<ManualWaveOut>();
+        wave->FailNextOpen(MMSYSERR_BADDEVICEID);
+        return std::unique_ptr<WaveOut>(std::move(wave));
+    });
+    frame_->SendCommand(Command::PlayStop);
+    EXPECT_TRUE(frame_->Audio().IsPlaying());
+    frame_->SendCommand(Command::PlayStop);
+    frame_->SendCommand(Command::PlayStop);
+    EXPECT_TRUE(frame_->Audio().IsPlaying());
+    QStringList boxes = device_.messages();
+    ASSERT_EQ(boxes.size(), 1);
+    EXPECT_TRUE(boxes[0].contains("Device audio playback error 2 occured."));
+}
+
 TEST_F(MainWindow, FileAssociationNamesThisExecutable)
 {
     ASSERT_TRUE(RegisterFileAssociation(*registry_, "/opt/talvo/bin/talvoplayer", "Talvo Audio"));
