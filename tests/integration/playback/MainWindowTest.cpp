@@ -51,6 +51,37 @@ TEST_F(MainWindow, CopyDataCarriesOnlyTheThreeHandOverMessages)
     EXPECT_TRUE(frame_->Audio().IsPlaying());
 }
 
+TEST_F(MainWindow, SyncAddAndDeleteKeepTheListenerOnTheirProgram)
+{
+    const QString a = WritePcmProgram(musicPath("Author/A/a.zq"), "a", 60);
+    startPlayer();
+    frame_->SendCommand(Command::PlayStop);
+
+    // A program copied to the device while the player runs is found and selected.
+    const QString b = WritePcmProgram(musicPath("Author/B/b.zq"), "b", 60);
+    std::u16string added = b.toStdU16String();
+    frame_->SendMessage(Message::SyncAddProgram, 0, reinterpret_cast<LPARAM>(added.c_str()));
+    EXPECT_EQ(frame_->Library().Count(), 2);
+    EXPECT_EQ(current().path, b);
+    EXPECT_FALSE(frame_->Audio().IsPlaying());
+
+    // Deleting another program keeps the current one playing.
+    frame_->SendCommand(Command::PlayStop);
+    std::u16string removed = a.toStdU16String();
+    frame_->SendMessage(Message::SyncDeleteProgram, 0, reinterpret_cast<LPARAM>(removed.c_str()));
+    EXPECT_FALSE(QFile::exists(a));
+    EXPECT_EQ(frame_->Library().IndexOfPath(a), -1);
+    EXPECT_EQ(current().path, b);
+    EXPECT_TRUE(frame_->Audio().IsPlaying());
+
+    // Deleting the current program stops it.
+    std::u16string current = b.toStdU16String();
+    frame_->SendMessage(Message::SyncDeleteProgram, 0, reinterpret_cast<LPARAM>(current.c_str()));
+    EXPECT_FALSE(QFile::exists(b));
+    EXPECT_EQ(frame_->Library().Count(), 0);
+    EXPECT_FALSE(frame_->Audio().IsPlaying());
+}
+
 TEST_F(MainWindow, IgnoresBookmarksBeyondTheListAndReservedCommands)
 {
     WritePcmProgram(musicPath("Author/Book/book.zq"), "book", 60);
