@@ -52,7 +52,7 @@ void PlainDisplay::Show(const ProgramFile* program, std::uint32_t positionMs, in
         total_->clear();
         section_->clear();
     }
-    volume_->setText(volumePercent >= 0 ? QStringLiteral("%1%").arg(volumePercent) : QString());
+    volume_->setText(volumePercent >= 0 ? FormatString(Str::PrefsVolumePercent, volumePercent) : QString());
 }
 
 void PlainDisplay::ShowPressed(std::uint16_t, bool pressed)

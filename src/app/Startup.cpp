@@ -61,11 +61,10 @@ int RunPlayer(const QStringList& arguments)
     RegStatus status = ERROR_SUCCESS;
     std::unique_ptr<Registry> registry = OpenSqliteRegistry(DefaultRegistryPath(), &status);
     if (!registry) {
-        ShowMessageBox(nullptr,
-                       QStringLiteral("The settings store %1 cannot be opened (error %2).")
-                           .arg(QString::fromStdString(DefaultRegistryPath()))
-                           .arg(status),
-                       LoadString(Str::ErrorCaption), kErrorBoxStyle);
+        ShowMessageBox(
+            nullptr,
+            FormatString(Str::RegistryOpenFailed, DefaultRegistryPath().c_str(), static_cast<int>(status)),
+            LoadString(Str::ErrorCaption), kErrorBoxStyle);
         return 1;
     }
     RegisterFileAssociation(*registry, QCoreApplication::applicationFilePath(),

@@ -161,6 +161,7 @@ enum Id : int {
     EnumProgramsFailed = 61506,
     LowMemory = 61507,
     AboutText = 61508,
+    RegistryOpenFailed = 61509,
 
     // 61600: formats shown to the user.
     TimeHms = 61600,
@@ -319,6 +320,7 @@ inline constexpr StringEntry kStringTable[] = {
     {Str::EnumProgramsFailed, "EnumProgramsOnStorage failed"},
     {Str::LowMemory, "Low Memory detected"},
     {Str::AboutText, "About TalvoPlayer 5.5.0.10(%s)"},
+    {Str::RegistryOpenFailed, "The settings store %s cannot be opened (error %d)."},
 
     {Str::TimeHms, "%.02d:%.02d:%.02d"},
     {Str::SizeMegabytes, "%ld.%ld MB"},
