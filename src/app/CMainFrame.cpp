@@ -108,9 +108,67 @@ constexpr std::uint32_t kRemoteForwardReleased = 203, kRemoteBackwardReleased = 
 // Storage-change events that make the library rescan.
 constexpr unsigned kMediaInserted = 32, kMediaRemoved = 64, kDriveRemoved = 128, kDriveAdded = 256;
 
-bool isOneOf(int key, std::initializer_list<int> keys)
+// What a key does.  Keys are the handheld's virtual-key codes; a key-down that
+// repeats a held key does not start a hold again.
+enum class KeyAction {
+    None,
+    Play,
+    RewindHold,
+    FastForwardHold,
+    VolumeUp,
+    VolumeDown,
+    AddBookmark,
+    JumpBack,
+    ProgramList,
+    PreviousSectionHold,
+    NextSectionHold,
+    NextProgram,
+    PreviousProgram,
+};
+
+struct KeyBinding {
+    std::array<int, 4> keys; // 0 pads a shorter list
+    KeyAction action;
+};
+
+constexpr std::array<KeyBinding, 12> kKeyDownTable{{
+    {{13, 53, 70, 102}, KeyAction::Play},
+    {{37, 52, 68, 100}, KeyAction::RewindHold},
+    {{39, 54, 71, 103}, KeyAction::FastForwardHold},
+    {{38, 50, 82, 114}, KeyAction::VolumeUp},
+    {{40, 56, 67, 99}, KeyAction::VolumeDown},
+    {{48}, KeyAction::AddBookmark},
+    {{49, 69, 101}, KeyAction::JumpBack},
+    {{51, 84, 116}, KeyAction::ProgramList},
+    {{55, 88}, KeyAction::PreviousSectionHold},
+    {{57, 86, 118}, KeyAction::NextSectionHold},
+    {{35, 66, 98, 120}, KeyAction::NextProgram},
+    {{42, 90, 119, 122}, KeyAction::PreviousProgram},
+}};
+
+// Key-up ends what key-down began; 120 ends the previous-section hold although
+// its key-down is next program.
+constexpr std::array<KeyBinding, 8> kKeyUpTable{{
+    {{37, 52, 68, 100}, KeyAction::RewindHold},
+    {{39, 54, 71, 103}, KeyAction::FastForwardHold},
+    {{38, 50, 82, 114}, KeyAction::VolumeUp},
+    {{40, 56, 67, 99}, KeyAction::VolumeDown},
+    {{49, 69, 101}, KeyAction::JumpBack},
+    {{51, 84, 116}, KeyAction::ProgramList},
+    {{55, 88, 120}, KeyAction::PreviousSectionHold},
+    {{57, 86, 118}, KeyAction::NextSectionHold},
+}};
+
+// Keys outside these ranges are not handled.
+constexpr int kFirstKeyDown = 13, kLastKeyDown = 122, kFirstKeyUp = 37, kLastKeyUp = 120;
+
+template <std::size_t N> KeyAction actionOf(const std::array<KeyBinding, N>& table, int key)
 {
-    return std::find(keys.begin(), keys.end(), key) != keys.end();
+    for (const KeyBinding& binding : table) {
+        if (std::find(binding.keys.begin(), binding.keys.end(), key) != binding.keys.end())
+            return binding.action;
+    }
+    return KeyAction::None;
 }
 
 // Virtual-key codes of the handheld's keys as the key table uses them.
@@ -460,65 +518,91 @@ void CMainFrame::onTimer(unsigned id)
 
 void CMainFrame::onKeyDown(int key, bool repeat)
 {
-    if (key < 13 || key > 122)
+    if (key < kFirstKeyDown || key > kLastKeyDown)
         return;
-    if (isOneOf(key, {13, 53, 70, 102})) {
+    ProgramFile* program = library_.Current();
+    switch (actionOf(kKeyDownTable, key)) {
+    case KeyAction::Play:
         DrawButton(Command::PlayStop, true);
         PostCommand(Command::PlayStop);
-    } else if (isOneOf(key, {37, 52, 68, 100})) {
+        break;
+    case KeyAction::RewindHold:
         if (!repeat)
             transport_.RewindHold(0);
-    } else if (isOneOf(key, {39, 54, 71, 103})) {
+        break;
+    case KeyAction::FastForwardHold:
         if (!repeat)
             transport_.FastForwardHold(0);
-    } else if (isOneOf(key, {38, 50, 82, 114})) {
+        break;
+    case KeyAction::VolumeUp:
         transport_.VolumeUpHold(2);
-    } else if (isOneOf(key, {40, 56, 67, 99})) {
+        break;
+    case KeyAction::VolumeDown:
         transport_.VolumeDownHold(2);
-    } else if (key == 48) {
+        break;
+    case KeyAction::AddBookmark:
         SendCommand(Command::CreateBookmarkPressed);
-    } else if (isOneOf(key, {49, 69, 101})) {
+        break;
+    case KeyAction::JumpBack:
         if (!repeat)
             transport_.JumpBack(true);
-    } else if (isOneOf(key, {51, 84, 116})) {
+        break;
+    case KeyAction::ProgramList:
         DrawButton(Command::NextProgram, true);
         SendCommand(Command::ProgramList);
-    } else if (isOneOf(key, {55, 88})) {
+        break;
+    case KeyAction::PreviousSectionHold:
         if (!repeat && audio_.lastPositionMs != 0)
             transport_.PreviousSectionHold(0);
-    } else if (isOneOf(key, {57, 86, 118})) {
-        ProgramFile* program = library_.Current();
+        break;
+    case KeyAction::NextSectionHold:
         if (!repeat && program && program->CurrentSection() + 1 < program->SectionCount())
             transport_.NextSectionHold(0);
-    } else if (isOneOf(key, {35, 66, 98, 120})) {
+        break;
+    case KeyAction::NextProgram:
         SendCommand(Command::NextProgramPressed);
-    } else if (isOneOf(key, {42, 90, 119, 122})) {
+        break;
+    case KeyAction::PreviousProgram:
         SendCommand(Command::PreviousProgramPressed);
+        break;
+    case KeyAction::None:
+        break;
     }
 }
 
 void CMainFrame::onKeyUp(int key)
 {
-    if (key < 37 || key > 120)
+    if (key < kFirstKeyUp || key > kLastKeyUp)
         return;
-    if (isOneOf(key, {37, 52, 68, 100})) {
+    switch (actionOf(kKeyUpTable, key)) {
+    case KeyAction::RewindHold:
         if (audio_.IsPlaying())
             transport_.RewindHold(Transport::kRewindReleaseStep);
         transport_.RewindHold(-1);
-    } else if (isOneOf(key, {39, 54, 71, 103})) {
+        break;
+    case KeyAction::FastForwardHold:
         transport_.FastForwardHold(-1);
-    } else if (isOneOf(key, {38, 50, 82, 114})) {
+        break;
+    case KeyAction::VolumeUp:
         transport_.VolumeUpHold(-1);
-    } else if (isOneOf(key, {40, 56, 67, 99})) {
+        break;
+    case KeyAction::VolumeDown:
         transport_.VolumeDownHold(-1);
-    } else if (isOneOf(key, {49, 69, 101})) {
+        break;
+    case KeyAction::JumpBack:
         transport_.JumpBack(false);
-    } else if (isOneOf(key, {51, 84, 116})) {
+        break;
+    case KeyAction::ProgramList:
         DrawButton(Command::NextProgram, false);
-    } else if (isOneOf(key, {55, 88, 120})) {
+        break;
+    case KeyAction::PreviousSectionHold:
         transport_.PreviousSectionHold(-1);
-    } else if (isOneOf(key, {57, 86, 118})) {
+        break;
+    case KeyAction::NextSectionHold:
         transport_.NextSectionHold(-1);
+        break;
+    default:
+        break;
     }
 }
 

@@ -140,63 +140,49 @@ void Transport::RewindHold(int step)
 
 void Transport::NextSectionHold(int step)
 {
-    if (step == 0) {
-        holdCounter = 1;
-        view_.DrawButton(Command::NextSection, true);
-        window_.SetTimer(Timer::NextSectionHold, Timer::SectionHoldPeriodMs);
-        NextSectionHold(1);
-        return;
-    }
-    if (step < 0) {
-        view_.DrawButton(Command::NextSection, false);
-        window_.KillTimer(Timer::NextSectionHold);
-        holdCounter = 0;
-        return;
-    }
-    ProgramFile* program = library_.Current();
-    if (!program) {
-        NextSectionHold(-1);
-        return;
-    }
-    audio_.seeking = true;
-    audio_.ResetAndDrain();
-    program->NextSection();
-    audio_.lastPositionMs = program->Position();
-    audio_.seeking = false;
-    if (audio_.IsPlaying())
-        audio_.Prime();
-    view_.RedrawPosition();
+    sectionHold(step, true);
 }
 
 void Transport::PreviousSectionHold(int step)
 {
+    sectionHold(step, false);
+}
+
+void Transport::sectionHold(int step, bool next)
+{
+    const std::uint16_t button = next ? Command::NextSection : Command::PreviousSection;
+    const unsigned timer = next ? Timer::NextSectionHold : Timer::PreviousSectionHold;
     if (step == 0) {
         holdCounter = 1;
-        view_.DrawButton(Command::PreviousSection, true);
-        window_.SetTimer(Timer::PreviousSectionHold, Timer::SectionHoldPeriodMs);
-        PreviousSectionHold(1);
+        view_.DrawButton(button, true);
+        window_.SetTimer(timer, Timer::SectionHoldPeriodMs);
+        sectionHold(1, next);
         return;
     }
     if (step < 0) {
-        view_.DrawButton(Command::PreviousSection, false);
-        window_.KillTimer(Timer::PreviousSectionHold);
+        view_.DrawButton(button, false);
+        window_.KillTimer(timer);
         holdCounter = 0;
         return;
     }
     ProgramFile* program = library_.Current();
     if (!program) {
-        PreviousSectionHold(-1);
+        sectionHold(-1, next);
         return;
     }
     audio_.seeking = true;
     audio_.ResetAndDrain();
-    program->PreviousSection();
+    if (next)
+        program->NextSection();
+    else
+        program->PreviousSection();
     audio_.lastPositionMs = program->Position();
     audio_.seeking = false;
     if (audio_.IsPlaying())
         audio_.Prime();
     view_.RedrawPosition();
-    if (view_.IsVolumeIndicatorShown())
+    // Only the previous-section step redraws the volume indicator over the position.
+    if (!next && view_.IsVolumeIndicatorShown())
         view_.ShowVolumeIndicator(true);
 }
 

@@ -53,6 +53,7 @@ public:
 
 private:
     int changeTitle(int newIndex);
+    void sectionHold(int step, bool next);
     void volumeStep(bool up);
     void volumeHold(int step, bool up);
     void endSeekHold(unsigned timer, std::uint16_t button);

@@ -4,6 +4,8 @@
 #include "app/CommandIds.h"
 #include "app/FileAssociation.h"
 
+#include <QKeyEvent>
+
 namespace talvo::test {
 namespace {
 
@@ -131,6 +133,33 @@ TEST_F(MainWindow, WithoutASoundDeviceSaysSoOnceAndPlaysOnTheSimulatedOutput)
     QStringList boxes = device_.messages();
     ASSERT_EQ(boxes.size(), 1);
     EXPECT_TRUE(boxes[0].contains("Device audio playback error 2 occured."));
+}
+
+TEST_F(MainWindow, HeldKeysRunTheirHoldOnceAndTheirReleaseEndsIt)
+{
+    WritePcmProgram(musicPath("Author/Book/book.zq"), "book", 100);
+    startPlayer();
+    current().Seek(50000);
+    auto key = [&](QEvent::Type type, int code, bool repeat = false) {
+        QKeyEvent event(type, code, Qt::NoModifier, QString(), repeat);
+        QCoreApplication::sendEvent(frame_.get(), &event);
+    };
+    key(QEvent::KeyPress, Qt::Key_Right);
+    EXPECT_EQ(current().Position(), 51000u);
+    key(QEvent::KeyPress, Qt::Key_Right, true); // the auto-repeat starts nothing again
+    EXPECT_EQ(current().Position(), 51000u);
+    EXPECT_TRUE(frame_->IsTimerRunning(Timer::FastForwardHold));
+    key(QEvent::KeyRelease, Qt::Key_Right);
+    EXPECT_FALSE(frame_->IsTimerRunning(Timer::FastForwardHold));
+
+    // Rewind released while playing takes its closing step of six seconds.
+    frame_->SendCommand(Command::PlayStop);
+    const std::uint32_t before = current().Position();
+    key(QEvent::KeyPress, Qt::Key_4);
+    key(QEvent::KeyRelease, Qt::Key_4);
+    // The first step takes 1 s, the closing step 6 s; then four fresh buffers are decoded.
+    EXPECT_EQ(current().Position(), before - 7000 + 8000);
+    EXPECT_FALSE(frame_->IsTimerRunning(Timer::RewindHold));
 }
 
 TEST_F(MainWindow, FileAssociationNamesThisExecutable)
