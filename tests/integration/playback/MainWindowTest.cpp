@@ -162,6 +162,29 @@ TEST_F(MainWindow, HeldKeysRunTheirHoldOnceAndTheirReleaseEndsIt)
     EXPECT_FALSE(frame_->IsTimerRunning(Timer::RewindHold));
 }
 
+TEST_F(MainWindow, APhoneCallPausesPlaybackAndItsEndResumesIt)
+{
+    WritePcmProgram(musicPath("Author/Book/book.zq"), "book", 100);
+    startPlayer();
+    frame_->SendMessage(Message::CallEvent, 1, 1);
+    pump();
+    EXPECT_FALSE(frame_->Audio().IsPlaying()); // nothing played, nothing to pause
+    frame_->SendMessage(Message::CallEvent, 0, 0);
+    pump();
+    EXPECT_FALSE(frame_->Audio().IsPlaying()); // and nothing is resumed
+
+    frame_->SendCommand(Command::PlayStop);
+    frame_->SendMessage(Message::CallEvent, 1, 1);
+    pump();
+    EXPECT_FALSE(frame_->Audio().IsPlaying());
+    frame_->SendMessage(Message::CallEvent, 0, 0);
+    pump();
+    EXPECT_TRUE(frame_->Audio().IsPlaying());
+
+    frame_->SendMessage(Message::StopIfPlaying);
+    EXPECT_FALSE(frame_->Audio().IsPlaying());
+}
+
 TEST_F(MainWindow, FileAssociationNamesThisExecutable)
 {
     ASSERT_TRUE(RegisterFileAssociation(*registry_, "/opt/talvo/bin/talvoplayer", "Talvo Audio"));
