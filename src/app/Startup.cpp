@@ -7,7 +7,10 @@
 #include "app/StringTable.h"
 #include "platform/InstanceChannel.h"
 #include "platform/MessageBox.h"
+#include "platform/StorageCards.h"
+#include "platform/SystemInfo.h"
 #include "platform/TerminationSignals.h"
+#include "sync/SyncCommands.h"
 
 #include <QApplication>
 #include <QDir>
@@ -54,6 +57,28 @@ std::function<std::unique_ptr<WaveOut>()> waveOutFactory()
     };
 }
 
+// One desktop-sync command, with no window and no look for a running player:
+// the desktop reads the result from the exit status, which keeps only its low
+// 8 bits here, so the whole HRESULT is printed on a line of its own as well.
+int runSync(Registry& registry, SyncCommand command)
+{
+    std::unique_ptr<StorageCards> cards = CreateStorageCards();
+    QString home = qEnvironmentVariable("TALVOPLAYER_HOME");
+    if (home.isEmpty())
+        home = QDir::homePath();
+    const SyncEnvironment environment{registry,
+                                      *cards,
+                                      HostSystemInfo(),
+                                      DefaultLibraryFolders(programFolder()),
+                                      home,
+                                      QString::fromUtf16(kMainWindowClass)};
+    const HRESULT result = RunSyncCommand(registry, QCoreApplication::applicationFilePath(),
+                                          SyncHandlerFor(command, environment));
+    std::printf("0x%08X\n", static_cast<unsigned>(result));
+    std::fflush(stdout);
+    return static_cast<int>(static_cast<std::uint32_t>(result) & 0xFFu);
+}
+
 } // namespace
 
 int RunPlayer(const QStringList& arguments)
@@ -69,6 +94,10 @@ int RunPlayer(const QStringList& arguments)
     }
     RegisterFileAssociation(*registry, QCoreApplication::applicationFilePath(),
                             LoadString(Str::FileTypeName));
+
+    const SyncCommand command = FindSyncSwitch(JoinCommandLine(arguments));
+    if (command != SyncCommand::None)
+        return runSync(*registry, command);
 
     const QString windowClass = QString::fromUtf16(kMainWindowClass);
     const QString file = ParseFileArgument(arguments);
