@@ -4,6 +4,7 @@
 #include "app/CommandIds.h"
 #include "app/CommandLine.h"
 #include "app/FileAssociation.h"
+#include "app/FirstPaintProbe.h"
 #include "app/StringTable.h"
 #include "platform/InstanceChannel.h"
 #include "platform/MessageBox.h"
@@ -106,9 +107,11 @@ int RunPlayer(const QStringList& arguments)
         return handOver(running, file);
 
     CMainFrame frame({*registry, programFolder(), file, waveOutFactory()});
-    frame.ListenForOtherInstances();
+    // Signals first: whoever can find the player may also end it at once.
     OnTerminationSignal([&frame] { frame.SendCommand(Command::Exit); });
+    frame.ListenForOtherInstances();
     frame.resize(480, 640);
+    FirstPaintProbe::InstallIfAsked(frame);
     frame.show();
     return QApplication::exec();
 }

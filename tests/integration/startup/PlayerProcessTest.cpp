@@ -95,6 +95,9 @@ TEST_F(PlayerProcess, SecondInstanceHandsItsFileToTheRunningPlayerAndExitsZero)
     keepRecord(a);
     keepRecord(b);
     startFirst();
+    // The player answers before its initial load has run; wait for that.
+    for (int i = 0; i < 100 && readString(u"Software\\Talvo", u"Last Program") != a; ++i)
+        QThread::msleep(50);
     EXPECT_EQ(readString(u"Software\\Talvo", u"Last Program"), a);
 
     second_.start(kPlayer, {QStringLiteral("-File:") + b});
