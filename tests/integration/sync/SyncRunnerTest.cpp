@@ -181,5 +181,21 @@ TEST_F(SyncRunner, RefusingRegistryIsReportedInEachOfItsWordings)
                            "TalvoPlayer\tRegSetValueEx failed. Error 270f.\t0x50010"}));
 }
 
+TEST_F(SyncRunner, DataFileThatCannotBeCreatedFailsAfterItsRetries)
+{
+    // An executable in a folder that is gone: the file can never be created.
+    const QString missing = device_.path(QStringLiteral("gone/talvoplayer"));
+    WriteSyncValue(*registry_, SyncTransport::kInputValue, REG_BINARY, {7});
+    EXPECT_EQ(RunSyncCommand(*registry_, missing, answering(SyncTransport::kMaxValueBytes + 1)), E_FAIL);
+    EXPECT_FALSE(ReadSyncValue(*registry_, SyncTransport::kOutputValue));
+    EXPECT_TRUE(ReadSyncValue(*registry_, SyncTransport::kInputValue));
+    const QStringList boxes = device_.messages();
+    ASSERT_EQ(boxes.size(), 1);
+    EXPECT_TRUE(boxes[0].startsWith("TalvoPlayer Error\tFailed to create data file " +
+                                    device_.path(QStringLiteral("gone/_Data.tmp")) + ". "))
+        << boxes[0].toStdString();
+    EXPECT_TRUE(boxes[0].endsWith("\t0x50010"));
+}
+
 } // namespace
 } // namespace talvo::test
