@@ -123,6 +123,19 @@ TEST_F(SyncCommandProcess, DescriptiveCommandsAnswerInTheirTextForms)
             .match(text)
             .hasMatch())
         << text.toStdString();
+
+    // More cards than the 512-byte text holds: whole parts only, never past it.
+    QStringList many;
+    for (int i = 0; i < 12; ++i)
+        many << card(QStringLiteral("Card %1 with a long volume label for the test").arg(i));
+    device_.set("TALVOPLAYER_CARDS", many.join(':'));
+    EXPECT_EQ(run({"-GetStorageInfo"}).exitCode, 0);
+    ASSERT_LE(answer()->bytes.size(), 512u);
+    EXPECT_EQ(answer()->bytes.back(), 0);
+    text = QString::fromLocal8Bit(reinterpret_cast<const char*>(answer()->bytes.data()));
+    EXPECT_GT(answer()->bytes.size(), 400u) << "as many parts as fit";
+    EXPECT_EQ(text.count('|') % 3, 0);
+    EXPECT_TRUE(text.endsWith('|'));
     EXPECT_TRUE(device_.messages().isEmpty());
 }
 
