@@ -1,6 +1,7 @@
 #include "SyncAnswerText.h"
 
 #include "sync/SyncProgramRecord.h"
+#include "sync/SyncRunner.h"
 
 #include <QtEndian>
 #include <array>
@@ -19,10 +20,11 @@ constexpr std::array<std::pair<SyncCommand, const char*>, 6> kSwitches{{
     {SyncCommand::AddProgram, "AddProgram"},
 }};
 
-constexpr std::uint32_t kFail = 0x80004005u;
-constexpr std::uint32_t kInvalidArgument = 0x80070057u;
+constexpr auto kFail = static_cast<std::uint32_t>(E_FAIL);
+constexpr auto kInvalidArgument = static_cast<std::uint32_t>(E_INVALIDARG);
+// A system error carries its number in the low 16 bits.
 constexpr std::uint32_t kSystemErrorMask = 0xFFFF0000u;
-constexpr std::uint32_t kSystemError = 0x80070000u;
+constexpr auto kSystemError = static_cast<std::uint32_t>(HResultFromError(1)) & kSystemErrorMask;
 
 QString utf16Text(const QByteArray& bytes)
 {

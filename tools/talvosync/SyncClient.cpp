@@ -1,6 +1,7 @@
 #include "SyncClient.h"
 
 #include "SyncAnswerText.h"
+#include "sync/SyncRunner.h"
 
 #include <QProcess>
 #include <QRegularExpression>
@@ -8,7 +9,10 @@
 namespace talvo::sync {
 namespace {
 
-const QString kKey = QStringLiteral("HKLM\\Software\\Talvo");
+const QString kKey =
+    QStringLiteral("HKLM\\") + QString::fromStdU16String(std::u16string(SyncTransport::kKey));
+const QString kInput = QString::fromStdU16String(std::u16string(SyncTransport::kInputValue));
+const QString kOutput = QString::fromStdU16String(std::u16string(SyncTransport::kOutputValue));
 
 struct Finished {
     bool started = false;
@@ -58,11 +62,11 @@ SyncOutcome RunSyncCommandOnDevice(const SyncClientOptions& options, SyncCommand
 {
     SyncOutcome outcome;
     // An answer left by an earlier run must not pass for this one's.
-    runOnDevice(options, options.talvoreg, {"delete", kKey, "/v", "_Data", "/f"});
+    runOnDevice(options, options.talvoreg, {"delete", kKey, "/v", kOutput, "/f"});
     const Finished written =
         input ? runOnDevice(options, options.talvoreg,
-                            {"add", kKey, "/v", "_DataIn", "/t", "REG_SZ", "/d", *input, "/f"})
-              : runOnDevice(options, options.talvoreg, {"delete", kKey, "/v", "_DataIn", "/f"});
+                            {"add", kKey, "/v", kInput, "/t", "REG_SZ", "/d", *input, "/f"})
+              : runOnDevice(options, options.talvoreg, {"delete", kKey, "/v", kInput, "/f"});
     if (!written.started || (input && written.exitCode != 0)) {
         outcome.error = QStringLiteral("could not write the input with %1: %2")
                             .arg(options.talvoreg, QString::fromLocal8Bit(written.errors).trimmed());
@@ -92,10 +96,10 @@ SyncOutcome RunSyncCommandOnDevice(const SyncClientOptions& options, SyncCommand
     if (outcome.result != 0 || !hasAnswer(command))
         return outcome;
 
-    const Finished queried = runOnDevice(options, options.talvoreg, {"query", kKey, "/v", "_Data"});
+    const Finished queried = runOnDevice(options, options.talvoreg, {"query", kKey, "/v", kOutput});
     if (queried.exitCode != 0)
         return outcome; // nothing to answer, e.g. no programs
-    static const QRegularExpression valueLine(QStringLiteral("^\\s+_Data {4}(REG_\\w+) {4}(.*)$"),
+    static const QRegularExpression valueLine(QStringLiteral("^\\s+%1 {4}(REG_\\w+) {4}(.*)$").arg(kOutput),
                                               QRegularExpression::MultilineOption);
     const QRegularExpressionMatch value = valueLine.match(QString::fromLocal8Bit(queried.output));
     if (!value.hasMatch()) {
