@@ -197,13 +197,6 @@ TEST_F(SyncCommandProcess, EnumFilesListsRecordsWithPositionsBySyncRule)
     EXPECT_EQ(u32At(answer()->bytes.data(), SyncRecord::kFlagsOffset), SyncRecord::kFlagOnStorageCard);
 }
 
-TEST_F(SyncCommandProcess, EnumFilesWithNoProgramsWritesNoAnswer)
-{
-    device_.set("TALVOPLAYER_CARDS", card("Empty"));
-    EXPECT_EQ(run({"-EnumFiles"}).exitCode, 0);
-    EXPECT_FALSE(answer());
-}
-
 TEST_F(SyncCommandProcess, FirstCommandOfTheFixedOrderWins)
 {
     CommandRun result = run({"-AddProgram", "-GetAPVersion"});
