@@ -1,5 +1,5 @@
 #pragma once
-// The part every threaded wave output shares: header bookkeeping, the queue,
+// What every threaded wave output shares: header bookkeeping, the queue,
 // the device thread, software volume, Reset and Close, and the misbehaviour
 // that the null device can simulate.  An adapter supplies only the device
 // itself through the Device* hooks.

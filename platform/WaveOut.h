@@ -122,7 +122,7 @@ public:
 //   miss=N    the completion of every Nth buffer never arrives (Reset or
 //             Close still returns that buffer)
 // Returns nullptr, with a reason in *error, for a value it does not understand.
-std::unique_ptr<WaveOut> CreateWaveOut(std::string_view spec, std::string* error = nullptr);
+std::unique_ptr<WaveOut> CreateWaveOut(std::string_view choice, std::string* error = nullptr);
 
 // The output the player uses after the chosen one failed to open: a null
 // device at real time that starts with the failed device's volume.  The player

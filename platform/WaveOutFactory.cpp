@@ -71,13 +71,13 @@ bool TakeOptions(std::string_view& rest, WaveOutMisbehaviour* misbehaviour, std:
 
 } // namespace
 
-std::unique_ptr<WaveOut> CreateWaveOut(std::string_view spec, std::string* error)
+std::unique_ptr<WaveOut> CreateWaveOut(std::string_view choice, std::string* error)
 {
-    if (spec.empty() || spec == "alsa") {
+    if (choice.empty() || choice == "alsa") {
         return std::make_unique<AlsaWaveOut>(std::string(kDefaultAlsaDevice));
     }
-    if (spec.starts_with("alsa:")) {
-        const std::string_view device = spec.substr(5);
+    if (choice.starts_with("alsa:")) {
+        const std::string_view device = choice.substr(5);
         if (device.empty()) {
             Fail(error, "no ALSA device after \"alsa:\"");
             return nullptr;
@@ -85,15 +85,15 @@ std::unique_ptr<WaveOut> CreateWaveOut(std::string_view spec, std::string* error
         return std::make_unique<AlsaWaveOut>(std::string(device));
     }
 
-    const bool isNull = spec == "null" || spec.starts_with("null:") || spec.starts_with("null,");
-    const bool isCapture = spec.starts_with("capture:");
+    const bool isNull = choice == "null" || choice.starts_with("null:") || choice.starts_with("null,");
+    const bool isCapture = choice.starts_with("capture:");
     if (!isNull && !isCapture) {
-        Fail(error, "unknown audio output \"" + std::string(spec) +
+        Fail(error, "unknown audio output \"" + std::string(choice) +
                         "\" (use alsa[:DEVICE], null[:SPEED] or "
                         "capture:FILE.wav[:SPEED])");
         return nullptr;
     }
-    std::string_view rest = spec.substr(isNull ? 4 : 8);
+    std::string_view rest = choice.substr(isNull ? 4 : 8);
     WaveOutMisbehaviour misbehaviour;
     if (!TakeOptions(rest, &misbehaviour, error)) {
         return nullptr;

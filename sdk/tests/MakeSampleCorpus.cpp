@@ -37,7 +37,7 @@ int main(int argc, char** argv)
     std::filesystem::create_directories(out);
     const std::vector<std::pair<uint32_t, std::string>> sections = {{0, "Opening"}, {200, "Middle"}};
 
-    ProgramSpec pcm;
+    ProgramShape pcm;
     pcm.sections = sections;
     std::vector<Packet> pcmPackets(3);
     const auto signal = TestSignal(3000, 8000, 1);
@@ -50,18 +50,18 @@ int main(int argc, char** argv)
     }
     WriteProgram((out / "good-pcm.zq").string(), pcm, pcmPackets);
 
-    ProgramSpec ima = pcm;
+    ProgramShape ima = pcm;
     ima.fileType = ZQX_TYPE_ADPCM_8K;
     WriteProgram((out / "good-ima.zq").string(), ima, EncodeImaBlocks(signal, 300));
 
-    ProgramSpec opus = pcm;
+    ProgramShape opus = pcm;
     opus.fileType = ZQX_TYPE_OPUS;
     opus.sampleRate = 16000;
     opus.channels = 2;
     WriteProgram((out / "good-opus.zqx").string(), opus,
                  EncodeOpus(TestSignal(8000, 16000, 2), 16000, 2, 320, opus.preSkip));
 
-    ProgramSpec mp3 = pcm;
+    ProgramShape mp3 = pcm;
     mp3.fileType = ZQX_TYPE_MP3;
     mp3.sampleRate = 22050;
     WriteProgram((out / "good-mp3.zq").string(), mp3, Mp3Frames(40));

@@ -73,10 +73,10 @@ TEST(RoundTrip, ImaAdpcmBothRatesDecodeCloseToTheInput)
         ScratchFolder dir;
         const std::string path = dir.File("ima.zq");
         const auto pcm = TestSignal(rate * 4 + 5, rate, 1);
-        ProgramSpec spec;
-        spec.fileType = type;
-        spec.sampleRate = rate;
-        WriteProgram(path, spec, EncodeImaBlocks(pcm, 1024));
+        ProgramShape choice;
+        choice.fileType = type;
+        choice.sampleRate = rate;
+        WriteProgram(path, choice, EncodeImaBlocks(pcm, 1024));
         const Decoded d = DecodeBothWays(path, type, rate, 1);
         ASSERT_EQ(d.straight.size(), pcm.size());
         EXPECT_GT(SnrDb(pcm, d.straight), 20.0) << type;
@@ -90,12 +90,12 @@ TEST(RoundTrip, OpusIsAlignedWithItsInput)
         ScratchFolder dir;
         const std::string path = dir.File("opus.zqx");
         const auto pcm = TestSignal(48000 * 2 + 100, 48000, channels);
-        ProgramSpec spec;
-        spec.fileType = ZQX_TYPE_OPUS;
-        spec.sampleRate = 48000;
-        spec.channels = channels;
-        const auto packets = EncodeOpus(pcm, 48000, channels, 960, spec.preSkip);
-        WriteProgram(path, spec, packets);
+        ProgramShape choice;
+        choice.fileType = ZQX_TYPE_OPUS;
+        choice.sampleRate = 48000;
+        choice.channels = channels;
+        const auto packets = EncodeOpus(pcm, 48000, channels, 960, choice.preSkip);
+        WriteProgram(path, choice, packets);
         const Decoded d = DecodeBothWays(path, ZQX_TYPE_OPUS, 48000, channels);
         // Same length as the input and no shift: a misapplied pre-skip would
         // cost the SNR all of its margin on these tones.
@@ -119,10 +119,10 @@ TEST(RoundTrip, Mp3FramesComeBackExactlyWithTheLastFrameFlagged)
         frames[i].bytes[1] = 0xF3;
         frames[i].samples = 576;
     }
-    ProgramSpec spec;
-    spec.fileType = ZQX_TYPE_MP3;
-    spec.sampleRate = 22050;
-    WriteProgram(path, spec, frames);
+    ProgramShape choice;
+    choice.fileType = ZQX_TYPE_MP3;
+    choice.sampleRate = 22050;
+    WriteProgram(path, choice, frames);
 
     ZQXHANDLE h = OpenOrFail(path);
     std::vector<uint8_t> frame(ZQX_MP3_FRAME_BYTES);
@@ -206,9 +206,9 @@ TEST(RoundTrip, DecodeNeverWritesPastRoom)
 {
     ScratchFolder dir;
     const std::string path = dir.File("room.zq");
-    ProgramSpec spec;
-    spec.fileType = ZQX_TYPE_ADPCM_8K;
-    WriteProgram(path, spec, EncodeImaBlocks(TestSignal(8000, 8000, 1), 256));
+    ProgramShape choice;
+    choice.fileType = ZQX_TYPE_ADPCM_8K;
+    WriteProgram(path, choice, EncodeImaBlocks(TestSignal(8000, 8000, 1), 256));
     ZQXHANDLE h = OpenOrFail(path);
     std::vector<uint8_t> block(ZQX_MAX_BLOCK_BYTES);
     uint32_t length = 0;
@@ -233,11 +233,11 @@ TEST(RoundTrip, OpusAfterASeekDecodesLikeStraightThrough)
     ScratchFolder dir;
     const std::string path = dir.File("seek.zqx");
     const auto pcm = TestSignal(48000 * 2, 48000, 1);
-    ProgramSpec spec;
-    spec.fileType = ZQX_TYPE_OPUS;
-    spec.sampleRate = 48000;
-    const auto packets = EncodeOpus(pcm, 48000, 1, 960, spec.preSkip);
-    WriteProgram(path, spec, packets);
+    ProgramShape choice;
+    choice.fileType = ZQX_TYPE_OPUS;
+    choice.sampleRate = 48000;
+    const auto packets = EncodeOpus(pcm, 48000, 1, 960, choice.preSkip);
+    WriteProgram(path, choice, packets);
     ZQXHANDLE h = OpenOrFail(path);
     const auto straight = DecodeAll(h);
     // 1000 ms lies in packet 50 (20 ms packets); what follows must match the straight

@@ -124,20 +124,20 @@ std::vector<Packet> EncodeOpus(const std::vector<int16_t>& pcm, uint32_t rate, u
     return packets;
 }
 
-void WriteProgram(const std::string& path, const ProgramSpec& spec, const std::vector<Packet>& packets)
+void WriteProgram(const std::string& path, const ProgramShape& choice, const std::vector<Packet>& packets)
 {
     CZQXWriter w;
-    ASSERT_EQ(w.Create(path, spec.fileType, spec.sampleRate, spec.channels), ZQX_OK);
+    ASSERT_EQ(w.Create(path, choice.fileType, choice.sampleRate, choice.channels), ZQX_OK);
     ASSERT_EQ(w.SetProgramId("PRG-0042"), ZQX_OK);
     ASSERT_EQ(w.SetTitle("Title \xC3\xA9t\xC3\xA9"), ZQX_OK);
     ASSERT_EQ(w.SetAuthor("An Author"), ZQX_OK);
     ASSERT_EQ(w.SetNarrator("A Narrator"), ZQX_OK);
     ASSERT_EQ(w.SetProvider("A Provider"), ZQX_OK);
     ASSERT_EQ(w.SetDescription("Long description"), ZQX_OK);
-    for (const auto& [start, title] : spec.sections)
+    for (const auto& [start, title] : choice.sections)
         ASSERT_EQ(w.AddSection(start, title), ZQX_OK);
-    if (spec.preSkip) {
-        ASSERT_EQ(w.SetPreSkip(spec.preSkip), ZQX_OK);
+    if (choice.preSkip) {
+        ASSERT_EQ(w.SetPreSkip(choice.preSkip), ZQX_OK);
     }
     for (const Packet& p : packets)
         ASSERT_EQ(w.AddPacket(p.bytes.data(), uint32_t(p.bytes.size()), p.samples), ZQX_OK);

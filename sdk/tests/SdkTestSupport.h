@@ -38,7 +38,7 @@ std::vector<Packet> EncodeImaBlocks(const std::vector<int16_t>& pcm, size_t bloc
 std::vector<Packet> EncodeOpus(const std::vector<int16_t>& pcm, uint32_t rate, uint32_t channels,
                                uint32_t frameSamples, uint32_t& preSkip);
 
-struct ProgramSpec {
+struct ProgramShape {
     int32_t fileType = ZQX_TYPE_PCM16;
     uint32_t sampleRate = 8000;
     uint32_t channels = 1;
@@ -47,7 +47,7 @@ struct ProgramSpec {
 };
 // Writes a program from ready packets with a fixed set of metadata; fails the
 // calling test on any writer error.
-void WriteProgram(const std::string& path, const ProgramSpec& spec, const std::vector<Packet>& packets);
+void WriteProgram(const std::string& path, const ProgramShape& choice, const std::vector<Packet>& packets);
 
 // Opens path and fails the test unless it opens.
 ZQXHANDLE OpenOrFail(const std::string& path);

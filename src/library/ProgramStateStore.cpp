@@ -100,7 +100,7 @@ bool ParseBookmarkIndex(const std::u16string& name, std::uint32_t* index)
 }
 
 // Stored times count from the start of the whole program; a part file's own
-// times start at its span start.  A time past the part's end means nothing in
+// times start at its span start.  A time past the span's end means nothing in
 // this file and goes to its start.
 std::uint32_t FileTimeFromStored(const ProgramFile& entry, DWORD stored)
 {

@@ -33,7 +33,7 @@ public:
     // Narrow identifier naming the program's records; ASCII by convention.
     const std::string& GetProgramId() const { return programId; }
     int32_t GetFileType() const { return fileType; }
-    // A file holding a part of a longer program: flag set, start/end of the part
+    // A file holding a part of a longer program: flag set, start/end of that stretch
     // within the whole program in ms.
     bool GetTimeSpanFlag() const { return timeSpanFlag; }
     uint32_t GetTimeSpanStart() const { return timeSpanStartMs; }

@@ -15,7 +15,7 @@
 
 namespace talvo::test {
 
-struct ProgramSpec {
+struct ProgramShape {
     std::string id = "PROG";
     std::int32_t fileType = ZQX_TYPE_PCM16;
     bool spanFlag = false;
@@ -25,17 +25,17 @@ struct ProgramSpec {
 };
 
 // Writes a small 16-bit PCM program (silence) at path, creating its folders.
-inline void MakeProgram(const QString& path, const ProgramSpec& spec = {})
+inline void MakeProgram(const QString& path, const ProgramShape& choice = {})
 {
     QDir().mkpath(QFileInfo(path).path());
     constexpr std::uint32_t kRate = 8000;
     CZQXWriter writer;
-    ASSERT_EQ(writer.Create(path.toStdString(), spec.fileType, kRate, 1), ZQX_OK) << path.toStdString();
-    ASSERT_EQ(writer.SetProgramId(spec.id), ZQX_OK);
-    if (spec.spanFlag) {
-        ASSERT_EQ(writer.SetTimeSpan(true, spec.spanStart, spec.spanEnd), ZQX_OK);
+    ASSERT_EQ(writer.Create(path.toStdString(), choice.fileType, kRate, 1), ZQX_OK) << path.toStdString();
+    ASSERT_EQ(writer.SetProgramId(choice.id), ZQX_OK);
+    if (choice.spanFlag) {
+        ASSERT_EQ(writer.SetTimeSpan(true, choice.spanStart, choice.spanEnd), ZQX_OK);
     }
-    std::vector<std::int16_t> silence(kRate * spec.lengthMs / 1000);
+    std::vector<std::int16_t> silence(kRate * choice.lengthMs / 1000);
     ASSERT_EQ(writer.AddPcm16(silence.data(), silence.size()), ZQX_OK);
     ASSERT_EQ(writer.Finish(), ZQX_OK);
 }

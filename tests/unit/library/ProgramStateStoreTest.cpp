@@ -10,10 +10,10 @@ using namespace ProgramRecord;
 class ProgramStateStoreTest : public LibraryTest {
 protected:
     // A read metadata, not opened for playback.
-    std::unique_ptr<ProgramFile> Program(const ProgramSpec& spec)
+    std::unique_ptr<ProgramFile> Program(const ProgramShape& choice)
     {
-        const QString path = At(QStringLiteral("files/%1.zq").arg(QString::fromStdString(spec.id)));
-        MakeProgram(path, spec);
+        const QString path = At(QStringLiteral("files/%1.zq").arg(QString::fromStdString(choice.id)));
+        MakeProgram(path, choice);
         auto entry = std::make_unique<ProgramFile>(path);
         EXPECT_EQ(entry->ReadMetadata(), ZQX_OK);
         return entry;
@@ -92,8 +92,8 @@ TEST_F(ProgramStateStoreTest, SavingAClosedPartFileWritesTheSpanStartAndAnEmptyL
 
 TEST_F(ProgramStateStoreTest, SaveWritesWholeProgramTimesAndLoadGivesTheSameListBack)
 {
-    const ProgramSpec spec{.id = "ROUND", .spanFlag = true, .spanStart = 10000, .spanEnd = 12000};
-    auto entry = Program(spec);
+    const ProgramShape choice{.id = "ROUND", .spanFlag = true, .spanStart = 10000, .spanEnd = 12000};
+    auto entry = Program(choice);
     entry->Open(*store);
     ASSERT_TRUE(entry->IsOpen());
     ASSERT_TRUE(entry->Seek(1000));
@@ -118,7 +118,7 @@ TEST_F(ProgramStateStoreTest, SaveWritesWholeProgramTimesAndLoadGivesTheSameList
     EXPECT_EQ(ReadText(BookmarkPath(key, 2), kName), u"<missing key>");
     entry->Close();
 
-    auto reread = Program(spec);
+    auto reread = Program(choice);
     ASSERT_TRUE(store->LoadProgramState(*reread));
     EXPECT_EQ(reread->bookmarks, (std::vector<Bookmark>{{u"Chapter one", 500}, {u"Chapter two", 1500}}));
 }

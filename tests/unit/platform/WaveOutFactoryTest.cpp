@@ -13,25 +13,25 @@ namespace {
 
 TEST(WaveOutFactory, ChoosesTheDeviceFromTheValue)
 {
-    for (const char* spec : {"", "alsa", "alsa:hw:0,0", "alsa:pulse"}) {
-        auto out = CreateWaveOut(spec);
-        EXPECT_TRUE(dynamic_cast<AlsaWaveOut*>(out.get())) << spec;
+    for (const char* choice : {"", "alsa", "alsa:hw:0,0", "alsa:pulse"}) {
+        auto out = CreateWaveOut(choice);
+        EXPECT_TRUE(dynamic_cast<AlsaWaveOut*>(out.get())) << choice;
     }
-    for (const char* spec :
+    for (const char* choice :
          {"null", "null:4", "null:0.5", "null:max", "null:max,late=5,burst=2,miss=9", "null,miss=2",
           "capture:out.wav", "capture:a:b.wav:max", "capture:x,y.wav,burst=3"}) {
-        auto out = CreateWaveOut(spec);
-        EXPECT_TRUE(dynamic_cast<NullWaveOut*>(out.get())) << spec;
+        auto out = CreateWaveOut(choice);
+        EXPECT_TRUE(dynamic_cast<NullWaveOut*>(out.get())) << choice;
     }
 }
 
 TEST(WaveOutFactory, RejectsWhatItDoesNotUnderstandWithAReason)
 {
-    for (const char* spec : {"oss", "alsa:", "null:fast", "null:0", "null:-2", "null:4x", "null,miss=two",
-                             "null,late=", "capture:", "capture::max", "nullx"}) {
+    for (const char* choice : {"oss", "alsa:", "null:fast", "null:0", "null:-2", "null:4x", "null,miss=two",
+                               "null,late=", "capture:", "capture::max", "nullx"}) {
         std::string error;
-        EXPECT_EQ(CreateWaveOut(spec, &error), nullptr) << spec;
-        EXPECT_FALSE(error.empty()) << spec;
+        EXPECT_EQ(CreateWaveOut(choice, &error), nullptr) << choice;
+        EXPECT_FALSE(error.empty()) << choice;
     }
 }
 
