@@ -1,5 +1,7 @@
 #include "platform/QueuedWaveOut.h"
 
+#include "platform/WaveHeaderRules.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -80,37 +82,16 @@ MMRESULT QueuedWaveOut::Open(const WAVEFORMATEX& format, DoneCallback done)
 
 MMRESULT QueuedWaveOut::PrepareHeader(WAVEHDR* header, UINT headerSize)
 {
-    if (header == nullptr || headerSize < sizeof(WAVEHDR)) {
-        return MMSYSERR_INVALPARAM;
-    }
     std::lock_guard lock(mutex_);
-    if (!open_) {
-        return MMSYSERR_INVALHANDLE;
-    }
-    if (header->dwFlags & WHDR_INQUEUE) {
-        return WAVERR_STILLPLAYING;
-    }
-    header->dwFlags |= WHDR_PREPARED;
-    return MMSYSERR_NOERROR;
+    return PrepareWaveHeader(header, headerSize, open_);
 }
 
 MMRESULT QueuedWaveOut::Write(WAVEHDR* header, UINT headerSize)
 {
-    if (header == nullptr || headerSize < sizeof(WAVEHDR)) {
-        return MMSYSERR_INVALPARAM;
-    }
     {
         std::lock_guard lock(mutex_);
-        if (!open_) {
-            return MMSYSERR_INVALHANDLE;
-        }
-        if (!(header->dwFlags & WHDR_PREPARED)) {
-            return WAVERR_UNPREPARED;
-        }
-        if (header->dwFlags & WHDR_INQUEUE) {
-            return WAVERR_STILLPLAYING;
-        }
-        header->dwFlags = (header->dwFlags & ~WHDR_DONE) | WHDR_INQUEUE;
+        if (MMRESULT result = QueueWaveHeader(header, headerSize, open_); result != MMSYSERR_NOERROR)
+            return result;
         queue_.push_back(header);
     }
     wake_.notify_all();
@@ -119,18 +100,8 @@ MMRESULT QueuedWaveOut::Write(WAVEHDR* header, UINT headerSize)
 
 MMRESULT QueuedWaveOut::UnprepareHeader(WAVEHDR* header, UINT headerSize)
 {
-    if (header == nullptr || headerSize < sizeof(WAVEHDR)) {
-        return MMSYSERR_INVALPARAM;
-    }
     std::lock_guard lock(mutex_);
-    if (!open_) {
-        return MMSYSERR_INVALHANDLE;
-    }
-    if (header->dwFlags & WHDR_INQUEUE) {
-        return WAVERR_STILLPLAYING;
-    }
-    header->dwFlags &= ~WHDR_PREPARED;
-    return MMSYSERR_NOERROR;
+    return UnprepareWaveHeader(header, headerSize, open_);
 }
 
 MMRESULT QueuedWaveOut::Reset()

@@ -1,5 +1,7 @@
 #include "platform/null/ManualWaveOut.h"
 
+#include "platform/WaveHeaderRules.h"
+
 #include <utility>
 
 namespace talvo {
@@ -23,51 +25,24 @@ MMRESULT ManualWaveOut::Open(const WAVEFORMATEX& format, DoneCallback done)
 
 MMRESULT ManualWaveOut::PrepareHeader(WAVEHDR* header, UINT headerSize)
 {
-    if (header == nullptr || headerSize < sizeof(WAVEHDR)) {
-        return MMSYSERR_INVALPARAM;
-    }
-    if (!open_) {
-        return MMSYSERR_INVALHANDLE;
-    }
-    header->dwFlags |= WHDR_PREPARED;
-    return MMSYSERR_NOERROR;
+    return PrepareWaveHeader(header, headerSize, open_);
 }
 
 MMRESULT ManualWaveOut::Write(WAVEHDR* header, UINT headerSize)
 {
-    if (header == nullptr || headerSize < sizeof(WAVEHDR)) {
-        return MMSYSERR_INVALPARAM;
+    if (open_ && header != nullptr) {
+        if (const MMRESULT code = std::exchange(failWrite_, MMSYSERR_NOERROR); code != MMSYSERR_NOERROR)
+            return code;
     }
-    if (!open_) {
-        return MMSYSERR_INVALHANDLE;
-    }
-    if (const MMRESULT code = std::exchange(failWrite_, MMSYSERR_NOERROR); code != MMSYSERR_NOERROR) {
-        return code;
-    }
-    if (!(header->dwFlags & WHDR_PREPARED)) {
-        return WAVERR_UNPREPARED;
-    }
-    if (header->dwFlags & WHDR_INQUEUE) {
-        return WAVERR_STILLPLAYING;
-    }
-    header->dwFlags = (header->dwFlags & ~WHDR_DONE) | WHDR_INQUEUE;
+    if (MMRESULT result = QueueWaveHeader(header, headerSize, open_); result != MMSYSERR_NOERROR)
+        return result;
     queue_.push_back(header);
     return MMSYSERR_NOERROR;
 }
 
 MMRESULT ManualWaveOut::UnprepareHeader(WAVEHDR* header, UINT headerSize)
 {
-    if (header == nullptr || headerSize < sizeof(WAVEHDR)) {
-        return MMSYSERR_INVALPARAM;
-    }
-    if (!open_) {
-        return MMSYSERR_INVALHANDLE;
-    }
-    if (header->dwFlags & WHDR_INQUEUE) {
-        return WAVERR_STILLPLAYING;
-    }
-    header->dwFlags &= ~WHDR_PREPARED;
-    return MMSYSERR_NOERROR;
+    return UnprepareWaveHeader(header, headerSize, open_);
 }
 
 MMRESULT ManualWaveOut::Reset()
