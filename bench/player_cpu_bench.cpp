@@ -4,6 +4,7 @@
 // registry, the library scan, the transport and the output refill path, on the
 // simulated output unpaced so that only the work is measured and not the wait.
 // The ratio is what everything around the decoder costs.
+#include "SdkDecodeLoop.h"
 #include "app/CMainFrame.h"
 #include "app/CommandIds.h"
 #include "platform/WaveOut.h"
@@ -30,7 +31,6 @@ constexpr double kSeconds = 600; // audio per program: long enough that the shor
 constexpr int kPlayTimeoutMs = 120000;       // a player that never reaches the end
 constexpr int kPollMs = 5;                   // how often the end is looked for
 constexpr talvo::DWORD kFullVolume = 0xFFFF; // volume scaling is part of the work
-constexpr std::uint32_t kRoom = 1 << 16;     // PCM room per decode call, ample for every block
 
 double CpuSeconds()
 {
@@ -84,41 +84,6 @@ double WriteProgram(const QString& path, const zqxauthor::EncoderRequest& reques
         return 0;
     }
     return double(samples) / enc->SampleRate();
-}
-
-// The SDK alone: every block read and decoded to the end (type 4: every frame
-// read and fed to libmpg123, which is what the player does with it).
-std::uint64_t BareDecode(const QString& path, int type)
-{
-    ZQXHANDLE h = 0;
-    if (ZQXOpenFileWinW(&h, path.toStdU16String().c_str()) != ZQX_OK)
-        return 0;
-    std::vector<std::uint8_t> block(ZQX_MAX_BLOCK_BYTES), pcm(kRoom);
-    std::uint64_t bytes = 0;
-    std::uint32_t len = 0;
-    if (type == 4) {
-        mpg123_handle* mh = mpg123_new(nullptr, nullptr);
-        mpg123_param(mh, MPG123_FLAGS, MPG123_QUIET, 0);
-        mpg123_open_feed(mh);
-        int status = ZQX_OK;
-        while ((status = ZQXGetEncodedAudio(h, block.data(), ZQX_MP3_FRAME_BYTES, &len)) == ZQX_OK ||
-               status == ZQX_ERR_LAST_FRAME) {
-            size_t done = 0;
-            mpg123_decode(mh, block.data(), len, pcm.data(), pcm.size(), &done);
-            bytes += done;
-            if (status == ZQX_ERR_LAST_FRAME)
-                break;
-        }
-        mpg123_delete(mh);
-    } else {
-        while (ZQXGetEncodedAudio(h, block.data(), ZQX_MAX_BLOCK_BYTES, &len) == ZQX_OK) {
-            std::uint32_t produced = 0;
-            ZQXDecodePCMFrame(h, block.data(), len, pcm.data(), kRoom, &produced);
-            bytes += produced;
-        }
-    }
-    ZQXCloseFile(h);
-    return bytes;
 }
 
 // Runs the event loop, sleeping while idle, until the condition holds or the
@@ -210,7 +175,7 @@ int main(int argc, char** argv)
             continue;
         }
         const double bareStart = CpuSeconds();
-        const std::uint64_t decoded = BareDecode(path, s.request.fileType);
+        const std::uint64_t decoded = bench::DecodeThroughSdk(path.toStdU16String(), s.request.fileType);
         const double bare = CpuSeconds() - bareStart;
         const double player = PlayerSeconds(device);
         if (decoded == 0 || player < 0) {

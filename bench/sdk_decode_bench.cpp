@@ -3,6 +3,7 @@
 // (which the player decodes itself; the SDK only reads the frames), the SDK's
 // own block decoder inline for IMA ADPCM, and memcpy for 16-bit PCM. The ratio
 // of the two times is what reading through the SDK costs.
+#include "SdkDecodeLoop.h"
 #include "codec/ImaAdpcm.h"
 #include "zqx/zqxsdk.h"
 #include "zqx/zqxwriter.h"
@@ -22,9 +23,8 @@
 
 namespace {
 
-constexpr double kSeconds = 60;          // audio per file
-constexpr int kRounds = 3;               // best of, to shed scheduling noise
-constexpr std::uint32_t kRoom = 1 << 16; // PCM room per decode call, ample for every block
+constexpr double kSeconds = 60; // audio per file
+constexpr int kRounds = 3;      // best of, to shed scheduling noise
 
 using Clock = std::chrono::steady_clock;
 using Packets = std::vector<zqxauthor::EncodedPacket>;
@@ -59,45 +59,10 @@ double Best(const std::function<void()>& run)
     return best;
 }
 
-// The player's way: read each block through the SDK and have the SDK decode it
-// (type 4: read each frame and decode it with libmpg123).
-std::uint64_t DecodeThroughSdk(const std::u16string& path, int type)
-{
-    ZQXHANDLE h = 0;
-    if (ZQXOpenFileWinW(&h, path.c_str()) != ZQX_OK)
-        return 0;
-    std::vector<std::uint8_t> block(ZQX_MAX_BLOCK_BYTES), pcm(kRoom);
-    std::uint64_t bytes = 0;
-    std::uint32_t len = 0;
-    if (type == 4) {
-        mpg123_handle* mh = mpg123_new(nullptr, nullptr);
-        mpg123_param(mh, MPG123_FLAGS, MPG123_QUIET, 0);
-        mpg123_open_feed(mh);
-        int status = ZQX_OK;
-        while ((status = ZQXGetEncodedAudio(h, block.data(), ZQX_MP3_FRAME_BYTES, &len)) == ZQX_OK ||
-               status == ZQX_ERR_LAST_FRAME) {
-            size_t done = 0;
-            mpg123_decode(mh, block.data(), len, pcm.data(), pcm.size(), &done);
-            bytes += done;
-            if (status == ZQX_ERR_LAST_FRAME)
-                break;
-        }
-        mpg123_delete(mh);
-    } else {
-        while (ZQXGetEncodedAudio(h, block.data(), ZQX_MAX_BLOCK_BYTES, &len) == ZQX_OK) {
-            std::uint32_t produced = 0;
-            ZQXDecodePCMFrame(h, block.data(), len, pcm.data(), kRoom, &produced);
-            bytes += produced;
-        }
-    }
-    ZQXCloseFile(h);
-    return bytes;
-}
-
 // The same packets from memory through the codec alone.
 std::uint64_t DecodeRaw(const Packets& packets, const zqxauthor::PacketEncoder& enc, int type)
 {
-    std::vector<std::uint8_t> pcm(kRoom);
+    std::vector<std::uint8_t> pcm(bench::kDecodeRoom);
     std::uint64_t bytes = 0;
     const std::uint32_t channels = enc.Channels();
     switch (type) {
@@ -106,7 +71,7 @@ std::uint64_t DecodeRaw(const Packets& packets, const zqxauthor::PacketEncoder& 
         for (const auto& p : packets)
             bytes += 2 * std::uint64_t(zqx::ImaDecodeBlock(p.bytes.data(), p.bytes.size(),
                                                            reinterpret_cast<std::int16_t*>(pcm.data()),
-                                                           kRoom / 2));
+                                                           bench::kDecodeRoom / 2));
         break;
     case 3: {
         int err = 0;
@@ -115,7 +80,7 @@ std::uint64_t DecodeRaw(const Packets& packets, const zqxauthor::PacketEncoder& 
             bytes += 2 * channels *
                      std::uint64_t(std::max(0, opus_decode(dec, p.bytes.data(), opus_int32(p.bytes.size()),
                                                            reinterpret_cast<std::int16_t*>(pcm.data()),
-                                                           int(kRoom / 2 / channels), 0)));
+                                                           int(bench::kDecodeRoom / 2 / channels), 0)));
         opus_decoder_destroy(dec);
         break;
     }
@@ -187,7 +152,7 @@ int main()
 
         const std::u16string wide(path.begin(), path.end());
         std::uint64_t sdkBytes = 0, rawBytes = 0;
-        const double sdk = Best([&] { sdkBytes = DecodeThroughSdk(wide, s.request.fileType); });
+        const double sdk = Best([&] { sdkBytes = bench::DecodeThroughSdk(wide, s.request.fileType); });
         const double raw = Best([&] { rawBytes = DecodeRaw(packets, *enc, s.request.fileType); });
         if (sdkBytes == 0 || rawBytes == 0) {
             std::fprintf(stderr, "%s: nothing decoded\n", s.label);
