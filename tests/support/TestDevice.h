@@ -53,6 +53,17 @@ public:
         return QString::fromUtf8(log.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
     }
 
+    // For tests that start the player as a process: a runtime folder of its
+    // own (so no other player is found) and no display needed.
+    void UsePrivateRuntime()
+    {
+        QDir().mkpath(path(QStringLiteral("run")));
+        QFile::setPermissions(path(QStringLiteral("run")),
+                              QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        set("XDG_RUNTIME_DIR", path(QStringLiteral("run")));
+        set("QT_QPA_PLATFORM", QStringLiteral("offscreen"));
+    }
+
     void set(const char* name, const QString& value)
     {
         if (!saved_.contains(name))

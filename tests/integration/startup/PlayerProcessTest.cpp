@@ -17,9 +17,7 @@ class PlayerProcess : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        device_.set("XDG_RUNTIME_DIR", device_.path("run"));
-        QDir().mkpath(device_.path("run"));
-        device_.set("QT_QPA_PLATFORM", "offscreen");
+        device_.UsePrivateRuntime();
         device_.set("TALVOPLAYER_AUDIO", "null");
     }
 

@@ -21,10 +21,7 @@ class SyncClient : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        QDir().mkpath(device_.path("run"));
-        QFile::setPermissions(device_.path("run"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        device_.set("XDG_RUNTIME_DIR", device_.path("run"));
-        device_.set("QT_QPA_PLATFORM", "offscreen");
+        device_.UsePrivateRuntime();
         device_.set("TALVOPLAYER_PLATFORM", "PocketPC");
         QDir().mkpath(device_.path("bin"));
         ASSERT_TRUE(QFile::copy(kBin + "talvoplayer", device_.path("bin/talvoplayer")));

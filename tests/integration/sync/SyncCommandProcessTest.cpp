@@ -25,10 +25,7 @@ class SyncCommandProcess : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        QDir().mkpath(device_.path("run"));
-        QFile::setPermissions(device_.path("run"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        device_.set("XDG_RUNTIME_DIR", device_.path("run"));
-        device_.set("QT_QPA_PLATFORM", "offscreen");
+        device_.UsePrivateRuntime();
         device_.set("TALVOPLAYER_PLATFORM", "PocketPC");
         // A copy of the executable of its own, so that its data file lies in the device.
         QDir().mkpath(device_.path("bin"));
