@@ -285,15 +285,28 @@ bool ProgramLibrary::DeleteProgram(ProgramFile& entry)
 
 bool ProgramLibrary::DeletePrograms(const std::optional<QString>& folder)
 {
+    // A running player lists Music and the cards as well: a request that names
+    // nothing deletes only what the desktop's own scan finds, listed here or
+    // not, and not even that where the installation's folders reach into Music
+    // or onto a card (a player installed in the home folder or on a card).
+    ProgramLibrary found(registry_, store_, cards_, folders_);
+    if (!folder)
+        found.ScanForSync(std::nullopt);
+    const auto inMusic = [this](const QString& path) {
+        return !folders_.musicFolder.isEmpty() && path.startsWith(WithSlash(folders_.musicFolder));
+    };
     QStringList doomed;
-    for (const auto& entry : entries_) {
-        if (!folder || entry->path.startsWith(WithSlash(*folder)))
+    for (const auto& entry : folder ? entries_ : found.entries_) {
+        if (folder ? entry->path.startsWith(WithSlash(*folder))
+                   : !inMusic(entry->path) && !found.IsOnStorageCard(entry->path))
             doomed.append(entry->path);
     }
     bool allDeleted = true;
     for (const QString& path : doomed) {
-        const std::int32_t index = IndexOfPath(path);
-        if (index < 0 || !DeleteProgram(At(index)))
+        // Through this list's entry where there is one: it closes an open program first.
+        ProgramLibrary& owner = IndexOfPath(path) >= 0 ? *this : found;
+        const std::int32_t index = owner.IndexOfPath(path);
+        if (index < 0 || !owner.DeleteProgram(owner.At(index)))
             allDeleted = false;
     }
     return allDeleted;

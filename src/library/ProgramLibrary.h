@@ -83,8 +83,10 @@ public:
     // False, with nothing changed, when the entry is not in the list or the
     // program file cannot be deleted.  The registry record stays.
     bool DeleteProgram(ProgramFile& entry);
-    // Deletes every program whose path begins with folder, or every program
-    // when there is none; true when each deletion succeeded.
+    // A desktop-sync deletion, never wider than what it names: with a folder,
+    // the programs of this list below that folder; with none, the programs
+    // that ScanForSync without a folder finds (listed here or not), so never
+    // those of Music or the cards.  True when each deletion succeeded.
     bool DeletePrograms(const std::optional<QString>& folder);
     // Destroys the entry (closing its SDK file) and moves the later ones down.
     // The current index follows its program: it moves down with it, and becomes

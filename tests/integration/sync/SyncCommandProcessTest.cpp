@@ -9,6 +9,7 @@
 
 #include <QProcess>
 #include <QRegularExpression>
+#include <QThread>
 #include <QtEndian>
 
 namespace talvo::test {
@@ -224,6 +225,52 @@ TEST_F(SyncCommandProcess, WithoutPlayerDeleteProgramDeletesFilesAndFoldersItsel
     EXPECT_FALSE(QFile::exists(c));
     EXPECT_FALSE(QFile::exists(d));
     EXPECT_FALSE(ReadSyncValue(*registry_, SyncTransport::kInputValue));
+}
+
+TEST_F(SyncCommandProcess, DeleteProgramTakesOnlyWhatItNamesWithAndWithoutAPlayer)
+{
+    const QString root = card("SD");
+    device_.set("TALVOPLAYER_CARDS", root);
+    device_.set("TALVOPLAYER_AUDIO", "null");
+    for (const bool withPlayer : {false, true}) {
+        SCOPED_TRACE(withPlayer ? "with a running player" : "without a player");
+        // The installation's folders lie beside the executable's folder; its
+        // "Music" is not the listener's "music", the device's Music folder.
+        const QString installed = WritePcmProgram(device_.path("TalvoPlayer/inst.zq"), "inst", 2);
+        const QString installedMusic = WritePcmProgram(device_.path("Music/A/B/im.zq"), "im", 2);
+        const QString doomed = WritePcmProgram(root + "/Music/A/B/doomed.zq", "doomed", 2);
+        const QStringList kept{WritePcmProgram(device_.path("music/A/B/m.zq"), "m", 2),
+                               WritePcmProgram(root + "/root.zq", "root", 2),
+                               WritePcmProgram(root + "/TalvoPlayer/own.zq", "own", 2),
+                               WritePcmProgram(root + "/Music/C/D/other.zq", "other", 2)};
+        QProcess player;
+        if (withPlayer) {
+            player.setProcessChannelMode(QProcess::ForwardedChannels);
+            player.start(executable(), {});
+            ASSERT_TRUE(player.waitForStarted());
+            bool listening = false;
+            for (int i = 0; i < 200 && !listening; ++i) {
+                listening = InstanceClient().Connect(QStringLiteral("TalvoPlayerMainWnd"), 100);
+                if (!listening)
+                    QThread::msleep(50);
+            }
+            ASSERT_TRUE(listening) << "the player never listened for other instances";
+        }
+
+        EXPECT_EQ(run({"-DeleteProgram"}).exitCode, 0);
+        EXPECT_FALSE(QFile::exists(installed));
+        EXPECT_FALSE(QFile::exists(installedMusic));
+        setInput(root + "/Music/A/");
+        EXPECT_EQ(run({"-DeleteProgram"}).exitCode, 0);
+        EXPECT_FALSE(QFile::exists(doomed));
+        for (const QString& path : kept)
+            EXPECT_TRUE(QFile::exists(path)) << path.toStdString();
+
+        if (withPlayer) {
+            player.terminate();
+            EXPECT_TRUE(player.waitForFinished(20000));
+        }
+    }
 }
 
 TEST_F(SyncCommandProcess, RunningPlayerIsHandedAddAndDeleteRequests)

@@ -123,6 +123,42 @@ TEST_F(ProgramLibraryTest, SyncScansTheCardsOrTheInstallationAndSelectsNothing)
     EXPECT_FALSE(QFileInfo::exists(At(QStringLiteral("prefix/Music/A/B/music.zq"))));
 }
 
+TEST_F(ProgramLibraryTest, SyncDeletionWithoutAFolderTakesOnlyTheInstallationsPrograms)
+{
+    SetCards({QStringLiteral("cards/SD")});
+    const QString card = At(QStringLiteral("cards/SD/"));
+    const QStringList kept{At(QStringLiteral("app/main.zq")), At(QStringLiteral("music/A/B/m.zq")),
+                           card + QStringLiteral("root.zq"), card + QStringLiteral("TalvoPlayer/own.zq"),
+                           card + QStringLiteral("Music/A/B/deep.zq")};
+    const QString installed = At(QStringLiteral("prefix/TalvoPlayer/installed.zq"));
+    const QString prefixMusic = At(QStringLiteral("prefix/Music/A/B/pm.zq"));
+    for (const QString& path : kept + QStringList{installed, prefixMusic})
+        MakeProgram(path);
+    library->RefreshAll(); // what a running player lists
+
+    // The installation's folders, which the player does not even list; never Music or the cards.
+    EXPECT_TRUE(library->DeletePrograms(std::nullopt));
+    EXPECT_FALSE(QFileInfo::exists(installed));
+    EXPECT_FALSE(QFileInfo::exists(prefixMusic));
+    for (const QString& path : kept)
+        EXPECT_TRUE(QFileInfo::exists(path)) << path.toStdString();
+    EXPECT_EQ(Paths(), kept);
+
+    // Installed in the home folder or on a card, the installation's folders are
+    // the listener's: a request without a folder leaves them alone.
+    MakeProgram(prefixMusic);
+    ProgramLibrary atHome(
+        *registry, *store, *cards,
+        {At(QStringLiteral("app")), At(QStringLiteral("prefix/Music")), At(QStringLiteral("prefix"))});
+    EXPECT_TRUE(atHome.DeletePrograms(std::nullopt));
+    EXPECT_TRUE(QFileInfo::exists(prefixMusic));
+    ProgramLibrary onCard(
+        *registry, *store, *cards,
+        {At(QStringLiteral("app")), At(QStringLiteral("music")), At(QStringLiteral("cards/SD"))});
+    EXPECT_TRUE(onCard.DeletePrograms(std::nullopt));
+    EXPECT_TRUE(QFileInfo::exists(card + QStringLiteral("TalvoPlayer/own.zq")));
+}
+
 TEST_F(ProgramLibraryTest, DeletingRemovesFileSideFileAndEntryButKeepsTheRecord)
 {
     const QString first = At(QStringLiteral("app/first.zq"));
