@@ -2,12 +2,7 @@
 
 #include "app/StringTable.h"
 #include "platform/MessageBox.h"
-
-#include <QFile>
-#include <QFileInfo>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
+#include "platform/SystemError.h"
 
 namespace talvo {
 
@@ -21,17 +16,11 @@ QString PositionSideFilePath(const QString& programPath)
 
 bool DeleteFileReporting(const QString& path)
 {
-    int error = 0;
-    QFileInfo info(path);
-    // remove() would also take an empty folder; only files are deleted here.
-    if (info.isDir() && !info.isSymLink())
-        error = EISDIR;
-    else if (std::remove(QFile::encodeName(path).constData()) != 0)
-        error = errno;
-    if (error == 0)
+    const SystemError error = DeleteFileOnly(path);
+    if (error.code == ERROR_SUCCESS)
         return true;
     const QByteArray name = path.toUtf8();
-    const QByteArray reason = QString::fromLocal8Bit(std::strerror(error)).toUtf8();
+    const QByteArray reason = error.text.toUtf8();
     const QString text = QString::asprintf(LoadString(Str::DeleteProgramFailed).toUtf8().constData(),
                                            name.constData(), reason.constData());
     ShowMessageBox(nullptr, text, LoadString(Str::ErrorCaption), kErrorBoxStyle);

@@ -7,14 +7,11 @@
 #include "library/ProgramStateStore.h"
 #include "platform/InstanceChannel.h"
 #include "platform/MessageBox.h"
+#include "platform/SystemError.h"
 #include "platform/SystemInfo.h"
 #include "sync/SyncProgramRecord.h"
 
-#include <QFile>
 #include <QFileInfo>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <string>
 
 namespace talvo {
@@ -151,14 +148,14 @@ SyncAnswer DeleteProgram(const SyncEnvironment& environment,
     const QFileInfo info = path ? QFileInfo(*path) : QFileInfo();
     // A missing path goes the folder way, as it always has.
     if (path && info.exists() && !info.isDir()) {
-        if (std::remove(QFile::encodeName(*path).constData()) == 0)
+        const SystemError error = DeleteFileOnly(*path);
+        if (error.code == ERROR_SUCCESS)
             return {S_OK, {}};
-        const int error = errno;
         const QByteArray name = path->toUtf8();
-        const QByteArray reason = QString::fromLocal8Bit(std::strerror(error)).toUtf8();
+        const QByteArray reason = error.text.toUtf8();
         ShowMessageBox(nullptr, FormatString(Str::DeleteFileFailed, name.constData(), reason.constData()),
                        LoadString(Str::ErrorCaption), kErrorBoxStyle);
-        return {HResultFromError(error), {}};
+        return {HResultFromError(error.code), {}};
     }
     ProgramStateStore store(environment.registry);
     ProgramLibrary library(environment.registry, store, environment.cards, environment.folders);

@@ -2,6 +2,7 @@
 
 #include "app/StringTable.h"
 #include "platform/MessageBox.h"
+#include "platform/ProgramWriteFolder.h"
 
 #include <QElapsedTimer>
 #include <QFile>
@@ -68,7 +69,7 @@ void closeKey(Registry& registry, HKEY key)
 
 QString SyncDataFilePath(const QString& executablePath)
 {
-    return QFileInfo(executablePath).absolutePath() + QLatin1Char('/') +
+    return ProgramWriteFolder(QFileInfo(executablePath).absolutePath()) + QLatin1Char('/') +
            QString::fromLatin1(SyncTransport::kDataFileName.data(),
                                static_cast<qsizetype>(SyncTransport::kDataFileName.size()));
 }

@@ -1,5 +1,6 @@
 #include "SyncAnswerText.h"
 
+#include "platform/SystemError.h"
 #include "sync/SyncProgramRecord.h"
 #include "sync/SyncRunner.h"
 
@@ -113,10 +114,14 @@ QString DescribeResult(std::uint32_t result)
     if (result == kInvalidArgument)
         return QStringLiteral("the command needs a path as input (0x80070057)");
     if ((result & kSystemErrorMask) == kSystemError) {
-        const int code = static_cast<int>(result & 0xFFFFu);
+        // The number is the platform's, not an errno.
+        const auto code = static_cast<std::int32_t>(result & 0xFFFFu);
+        QString text = SystemErrorTextForCode(code);
+        if (text.isEmpty())
+            text = QStringLiteral("no text known for it");
         return QStringLiteral("the device reported system error %1: %2 (0x%3)")
             .arg(code)
-            .arg(QString::fromLocal8Bit(std::strerror(code)))
+            .arg(text)
             .arg(result, 8, 16, QLatin1Char('0'));
     }
     return QStringLiteral("unexpected result 0x%1").arg(result, 8, 16, QLatin1Char('0'));

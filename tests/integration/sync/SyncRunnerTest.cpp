@@ -183,16 +183,20 @@ TEST_F(SyncRunner, RefusingRegistryIsReportedInEachOfItsWordings)
 
 TEST_F(SyncRunner, DataFileThatCannotBeCreatedFailsAfterItsRetries)
 {
-    // An executable in a folder that is gone: the file can never be created.
+    // An executable in a folder that is gone, and a data folder below a plain
+    // file: the file can be created in neither.
     const QString missing = device_.path(QStringLiteral("gone/talvoplayer"));
+    QFile blocker(device_.path(QStringLiteral("blocker")));
+    ASSERT_TRUE(blocker.open(QIODevice::WriteOnly));
+    device_.set("XDG_DATA_HOME", blocker.fileName());
     WriteSyncValue(*registry_, SyncTransport::kInputValue, REG_BINARY, {7});
     EXPECT_EQ(RunSyncCommand(*registry_, missing, answering(SyncTransport::kMaxValueBytes + 1)), E_FAIL);
     EXPECT_FALSE(ReadSyncValue(*registry_, SyncTransport::kOutputValue));
     EXPECT_TRUE(ReadSyncValue(*registry_, SyncTransport::kInputValue));
     const QStringList boxes = device_.messages();
     ASSERT_EQ(boxes.size(), 1);
-    EXPECT_TRUE(boxes[0].startsWith("TalvoPlayer Error\tFailed to create data file " +
-                                    device_.path(QStringLiteral("gone/_Data.tmp")) + ". "))
+    EXPECT_TRUE(boxes[0].startsWith("TalvoPlayer Error\tFailed to create data file " + blocker.fileName() +
+                                    "/talvoplayer/_Data.tmp. "))
         << boxes[0].toStdString();
     EXPECT_TRUE(boxes[0].endsWith("\t0x50010"));
 }
