@@ -21,10 +21,12 @@
 #include <sqlite3.h>
 
 #include <array>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <mutex>
 #include <optional>
+#include <thread>
 #include <unordered_map>
 
 namespace talvo {
@@ -34,6 +36,9 @@ constexpr int kSchemaVersion = 1;
 // Long enough to outwait any other process's single write, short enough that
 // a wedged peer turns into an error rather than a hung player.
 constexpr int kBusyTimeoutMs = 10000;
+// How long a first open waits before it tries the journal switch again, when
+// another process is switching the same new file at that moment.
+constexpr int kJournalRetryMs = 2;
 // The original platform's limit on one key name (a path component).
 constexpr std::size_t kMaxKeyNameLength = 255;
 
@@ -222,8 +227,10 @@ public:
             {&s.rollback, "ROLLBACK"},
         };
         for (auto [statement, text] : sql) {
-            if (statement->Prepare(db_, text) != SQLITE_OK)
-                return ERROR_BADDB;
+            // A plain error is a table or column the statement cannot find;
+            // anything else (a busy or unreadable file) says nothing about the schema.
+            if (int rc = statement->Prepare(db_, text); rc != SQLITE_OK)
+                return rc == SQLITE_ERROR ? ERROR_BADDB : StatusOf(rc);
         }
         return ERROR_SUCCESS;
     }
@@ -723,6 +730,23 @@ int QueryInt(sqlite3* db, const char* sql, std::int64_t* value)
     return rc;
 }
 
+// Puts the database into WAL mode, which needs the file to itself for a
+// moment.  When several processes open a new file at once, each may hold the
+// shared lock the others wait on; SQLite then answers SQLITE_BUSY at once
+// rather than calling the busy handler (that wait could never end), so the
+// switch is tried again, the others' locks being gone by then, for as long as
+// any other wait for the store.
+int SwitchToWal(sqlite3* db)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kBusyTimeoutMs);
+    for (;;) {
+        int rc = Exec(db, "PRAGMA journal_mode = WAL");
+        if ((rc & 0xFF) != SQLITE_BUSY || std::chrono::steady_clock::now() >= deadline)
+            return rc;
+        std::this_thread::sleep_for(std::chrono::milliseconds(kJournalRetryMs));
+    }
+}
+
 // Creates the schema in an empty database, or checks that a filled one is a
 // registry of this version.  Runs inside BEGIN IMMEDIATE so that two processes
 // opening a new store at once create it only once.
@@ -779,7 +803,9 @@ std::unique_ptr<Registry> OpenSqliteRegistry(const std::string& path, RegStatus*
     sqlite3_busy_timeout(db, kBusyTimeoutMs);
     auto registry = std::make_unique<SqliteRegistry>(db);
     // Garbage in the file shows up at the first statement as SQLITE_NOTADB.
-    rc = Exec(db, "PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL");
+    rc = SwitchToWal(db);
+    if (rc == SQLITE_OK)
+        rc = Exec(db, "PRAGMA synchronous = NORMAL");
     if (rc != SQLITE_OK) {
         result = StatusOf(rc);
         return nullptr;

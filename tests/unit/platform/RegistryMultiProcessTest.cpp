@@ -1,12 +1,16 @@
-// Several processes on one store: concurrent writers lose nothing, and a
+// Several processes on one store: concurrent writers lose nothing, a new
+// store opened by many processes at once opens for every one of them, and a
 // writer killed at any moment leaves a store that opens and holds every value
 // either as it was or as it was being written.
 #include "RegistryTestSupport.h"
 #include "RegistryWriter.h"
 
+#include <QFile>
 #include <QProcess>
 #include <QRandomGenerator>
 #include <QThread>
+#include <sqlite3.h>
+#include <sys/file.h>
 
 namespace talvo::test {
 namespace {
@@ -17,6 +21,11 @@ constexpr int kKills = 100;
 // Long enough for the writer to be inside a write, short enough to hit every
 // phase of a generation (values, tree deletion, tree creation, checkpoints).
 constexpr int kMaxRunBeforeKillMs = 25;
+// A player and a sync command on a new device, or a shell loop of talvoreg:
+// more processes than cores, all opening one new file.  A round took one
+// failure in three before the journal switch was retried.
+constexpr int kFirstOpeners = 12;
+constexpr int kFirstOpenRounds = 15;
 
 QProcess* StartWriter(QObject* parent, const TempRegistry& temp, const QStringList& arguments)
 {
@@ -60,6 +69,60 @@ TEST(RegistryMultiProcess, TwoWritersAtOnceLoseNoWrite)
     EXPECT_EQ(wrong, 0);
     for (std::u16string_view last : {u"A-9999", u"B-9999", u"a-0", u"b-0"})
         EXPECT_EQ(ReadValue(*registry, key, last).status, ERROR_SUCCESS);
+}
+
+std::string PragmaText(const std::string& path, const char* pragma)
+{
+    sqlite3* db = nullptr;
+    std::string text;
+    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+        sqlite3_stmt* stmt = nullptr;
+        if (sqlite3_prepare_v2(db, pragma, -1, &stmt, nullptr) == SQLITE_OK &&
+            sqlite3_step(stmt) == SQLITE_ROW)
+            text = reinterpret_cast<const char*>(sqlite3_column_text(stmt, 0));
+        sqlite3_finalize(stmt);
+    }
+    sqlite3_close(db);
+    return text;
+}
+
+TEST(RegistryMultiProcess, ManyFirstOpensAtOnceAllSucceed)
+{
+    for (int round = 0; round < kFirstOpenRounds; ++round) {
+        TempRegistry temp;
+        // Every opener waits for a shared lock on the gate while the test holds
+        // it exclusively; letting it go wakes them all at the same moment.
+        QFile gate(temp.folder() + QStringLiteral("/gate"));
+        ASSERT_TRUE(gate.open(QIODevice::WriteOnly));
+        ASSERT_EQ(flock(gate.handle(), LOCK_EX), 0);
+        QObject owner;
+        std::vector<QProcess*> openers;
+        for (int i = 0; i < kFirstOpeners; ++i) {
+            openers.push_back(StartWriter(
+                &owner, temp, {QStringLiteral("first-open"), QStringLiteral("P%1").arg(i), gate.fileName()}));
+        }
+        for (QProcess* opener : openers)
+            ASSERT_TRUE(opener->waitForReadyRead(10000));
+        ASSERT_EQ(flock(gate.handle(), LOCK_UN), 0);
+        for (int i = 0; i < kFirstOpeners; ++i) {
+            ASSERT_TRUE(openers[i]->waitForFinished(30000));
+            EXPECT_EQ(openers[i]->exitStatus(), QProcess::NormalExit);
+            EXPECT_EQ(openers[i]->exitCode(), 0) << "opener " << i << " in round " << round;
+        }
+
+        EXPECT_EQ(PragmaText(temp.path(), "PRAGMA integrity_check"), "ok");
+        EXPECT_EQ(PragmaText(temp.path(), "PRAGMA journal_mode"), "wal");
+        auto registry = temp.Open();
+        ASSERT_TRUE(registry);
+        HKEY key = 0;
+        ASSERT_EQ(registry->OpenKey(HKEY_LOCAL_MACHINE, kWriterKey, KEY_READ, &key), ERROR_SUCCESS);
+        for (int i = 0; i < kFirstOpeners; ++i) {
+            std::u16string name = QStringLiteral("P%1-0").arg(i).toStdU16String();
+            EXPECT_EQ(ReadValue(*registry, key, name).data, DwordBytes(0)) << "opener " << i;
+        }
+        if (HasFailure())
+            break;
+    }
 }
 
 TEST(RegistryMultiProcess, WriterKilledMidWriteLeavesOldOrNewValues)

@@ -2,6 +2,12 @@
 //   registry_writer DB count ID N   writes N REG_DWORD values "ID-i" = i
 //   registry_writer DB generations  rewrites the generation values for ever,
 //                                   and a small key tree every few generations
+//   registry_writer DB first-open ID GATE
+//                                   prints "waiting", waits for a shared lock
+//                                   on the file GATE, whose exclusive lock the
+//                                   test lets go to start them all at once,
+//                                   then opens the store and writes the
+//                                   REG_DWORD "ID-0" = 0
 // It prints "ready" once the store is open, and exits 1 on any failure.
 #include "RegistryWriter.h"
 #include "platform/Registry.h"
@@ -9,6 +15,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 using namespace talvo;
 using namespace talvo::test;
@@ -88,15 +98,24 @@ int main(int argc, char** argv)
 {
     if (argc < 3)
         return 2;
+    std::string mode = argv[2];
+    if (mode == "first-open" && argc == 5) {
+        int gate = open(argv[4], O_RDONLY | O_CLOEXEC);
+        std::printf("waiting\n");
+        std::fflush(stdout);
+        if (gate < 0 || flock(gate, LOCK_SH) != 0)
+            return Fail("flock", ERROR_ACCESS_DENIED);
+    }
     RegStatus status = ERROR_SUCCESS;
     auto registry = OpenSqliteRegistry(argv[1], &status);
     if (!registry)
         return Fail("OpenSqliteRegistry", status);
     std::printf("ready\n");
     std::fflush(stdout);
-    std::string mode = argv[2];
     if (mode == "count" && argc == 5)
         return WriteCount(*registry, argv[3], std::atoi(argv[4]));
+    if (mode == "first-open" && argc == 5)
+        return WriteCount(*registry, argv[3], 1);
     if (mode == "generations")
         return WriteGenerations(*registry);
     return 2;
