@@ -1,6 +1,9 @@
-// Fuzz target over the whole reading side of the SDK: open with metadata,
-// every query, a full decode, seeks and the audio check.  The SDK reads files
-// by path, so each input is written to a scratch file first.
+// Fuzz target over the whole reading side of the SDK: open with metadata and
+// its picture reads from the file, the open for playback with every query, a
+// full decode, seeks and the audio check.  The two readers are held to each
+// other: the metadata reader never refuses a file the open accepts, and both
+// hand out the same picture bytes.  The SDK reads files by path, so each input
+// is written to a scratch file first.
 
 #include "zqx/TalvoMetadata.h"
 #include "zqx/zqxsdk.h"
@@ -15,6 +18,7 @@ namespace {
 
 // Bounds the work per input: a valid file can hold hours of audio.
 constexpr int kMaxBlocks = 2000;
+constexpr int32_t kMaxPictures = 16;
 
 const std::string& ScratchPath()
 {
@@ -36,7 +40,7 @@ void ExerciseHandle(ZQXHANDLE h)
         ZQXGetCurrentChapter(h, &index);
     }
     ZQXGetImageCount(h, &count);
-    for (int32_t i = 0; i < count && i < 16; ++i) {
+    for (int32_t i = 0; i < count && i < kMaxPictures; ++i) {
         ZQXGetImageStartTime(h, i, &ms);
         if (ZQXGetEncodedImage(h, i, nullptr, 0, &length) == ZQX_OK) {
             std::vector<uint8_t> image(length);
@@ -78,13 +82,29 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const std::u16string wide(path.begin(), path.end());
 
     CTalvoMetadata metadata;
-    if (metadata.OpenZQXFile(wide) == ZQX_OK) {
-        const CTalvoMetadata copy = metadata;
+    const bool listed = metadata.OpenZQXFile(wide) == ZQX_OK;
+    const CTalvoMetadata copy = metadata;
+    if (listed) {
         (void)copy.GetCoverPicture();
         (void)copy.GetSectionTitle(copy.GetSectionCount());
     }
     ZQXHANDLE h = 0;
     if (ZQXOpenFileWinW(&h, wide.c_str()) == ZQX_OK) {
+        if (!listed)
+            __builtin_trap();
+        int32_t count = 0;
+        ZQXGetImageCount(h, &count);
+        if (count != copy.GetPictureCount())
+            __builtin_trap();
+        for (int32_t i = 0; i < count && i < kMaxPictures; ++i) {
+            std::vector<uint8_t> fromMetadata;
+            uint32_t length = copy.GetPictures()[size_t(i)].byteLength;
+            std::vector<uint8_t> fromHandle(length);
+            if (copy.ReadPictureBytes(i, fromMetadata) != ZQX_OK ||
+                ZQXGetEncodedImage(h, i, fromHandle.data(), length, &length) != ZQX_OK ||
+                fromMetadata != fromHandle)
+                __builtin_trap();
+        }
         ExerciseHandle(h);
         ZQXCloseFile(h);
     }

@@ -41,6 +41,8 @@ inline constexpr uint32_t kTagAudio = Tag('A', 'U', 'D', 'I');
 inline constexpr std::array<uint32_t, 5> kChunkOrder = {kTagMetadata, kTagSections, kTagPictures, kTagIndex,
                                                         kTagAudio};
 
+// Picture table entry before each picture's bytes: start (u32), kind (u32), byte length (u32).
+inline constexpr size_t kPictureEntryBytes = 12;
 // Index entry: packet bytes (u16), sample frames delivered (u16), CRC-32 of the packet (u32).
 inline constexpr size_t kIndexEntryBytes = 8;
 // Metadata strings, in stored order.

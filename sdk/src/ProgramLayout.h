@@ -13,10 +13,19 @@ struct SectionRecord {
     std::string title; // UTF-8
 };
 
+// One entry of the picture table: what the picture is and where its bytes lie.
 struct PictureRecord {
     uint32_t startMs = 0;
     uint32_t kind = 0;
-    std::vector<uint8_t> bytes;
+    uint32_t byteLength = 0;
+    uint64_t offset = 0; // absolute file offset of its first byte
+};
+
+// Where a chunk's payload lies and the CRC-32 it must match.
+struct ChunkExtent {
+    uint64_t payloadOffset = 0;
+    uint64_t payloadBytes = 0;
+    uint32_t crc = 0;
 };
 
 struct ProgramInfo {
@@ -33,10 +42,10 @@ struct ProgramInfo {
     std::string programId, title, author, narrator, provider, description;
     std::vector<SectionRecord> sections;
     std::vector<PictureRecord> pictures;
-    // Where the audio chunk lies and its CRC-32 over all packets.
-    uint64_t audioOffset = 0;
-    uint64_t audioBytes = 0;
-    uint32_t audioCrc = 0;
+    ChunkExtent pictureChunk;
+    ChunkExtent indexChunk;
+    // Its CRC-32 covers all packets.
+    ChunkExtent audioChunk;
 };
 
 // One audio packet, located through the index.

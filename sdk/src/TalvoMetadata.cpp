@@ -19,10 +19,7 @@ int CTalvoMetadata::OpenZQXFile(const std::u16string& path)
         if (const int rc = file.Open(*utf8); rc != ZQX_OK)
             return rc;
         ProgramInfo info;
-        // The index is verified too, so a file this accepts also opens for
-        // playback unless its audio bytes are damaged; the audio is not read.
-        std::vector<PacketEntry> packets;
-        if (const int rc = ReadProgram(file, info, &packets); rc != ZQX_OK)
+        if (const int rc = ReadProgramHead(file, info); rc != ZQX_OK)
             return rc;
         programId = info.programId;
         fileType = info.fileType;
@@ -40,8 +37,14 @@ int CTalvoMetadata::OpenZQXFile(const std::u16string& path)
         channels = info.channels;
         for (SectionRecord& s : info.sections)
             sections.push_back({s.startMs, Utf8ToUtf16(s.title)});
-        for (PictureRecord& p : info.pictures)
-            pictures.push_back({p.startMs, p.kind, std::move(p.bytes)});
+        for (const PictureRecord& p : info.pictures) {
+            pictures.push_back({p.startMs, p.kind, p.byteLength});
+            pictureOffsets.push_back(p.offset);
+        }
+        pathUtf8 = *utf8;
+        pictureChunkOffset = info.pictureChunk.payloadOffset;
+        pictureChunkBytes = info.pictureChunk.payloadBytes;
+        pictureChunkCrc = info.pictureChunk.crc;
         open = true;
         return ZQX_OK;
     } catch (const std::bad_alloc&) {
@@ -73,8 +76,33 @@ uint32_t CTalvoMetadata::GetPictureStartTime(int32_t index) const
     return index >= 0 && size_t(index) < pictures.size() ? pictures[size_t(index)].startMs : 0;
 }
 
+int CTalvoMetadata::ReadPictureBytes(int32_t index, std::vector<uint8_t>& bytes) const
+{
+    try {
+        if (index < 0 || size_t(index) >= pictures.size())
+            return ZQX_ERR_OUT_OF_RANGE;
+        ReadOnlyFile file;
+        if (const int rc = file.Open(pathUtf8); rc != ZQX_OK)
+            return rc;
+        const Picture& wanted = pictures[size_t(index)];
+        const PictureRecord picture{wanted.startMs, wanted.kind, wanted.byteLength,
+                                    pictureOffsets[size_t(index)]};
+        std::vector<uint8_t> read(picture.byteLength);
+        const int rc = ReadPictureChunk(file, {pictureChunkOffset, pictureChunkBytes, pictureChunkCrc},
+                                        &picture, read.data());
+        if (rc == ZQX_OK)
+            bytes = std::move(read);
+        return rc;
+    } catch (const std::bad_alloc&) {
+        return ZQX_ERR_OUT_OF_MEMORY;
+    } catch (...) {
+        return ZQX_ERR_IO;
+    }
+}
+
 std::vector<uint8_t> CTalvoMetadata::GetPictureBytes(int32_t index) const
 {
-    return index >= 0 && size_t(index) < pictures.size() ? pictures[size_t(index)].bytes
-                                                         : std::vector<uint8_t>{};
+    std::vector<uint8_t> bytes;
+    ReadPictureBytes(index, bytes);
+    return bytes;
 }

@@ -17,6 +17,12 @@ struct CZQXWriter::Impl {
     State state = State::Idle;
     AtomicFileWriter file;
     ProgramInfo info;
+    struct Picture {
+        uint32_t startMs = 0;
+        uint32_t kind = 0;
+        std::vector<uint8_t> bytes;
+    };
+    std::vector<Picture> pictures;
     std::vector<uint8_t> audio;
     std::vector<PacketEntry> packets;
     uint64_t totalSamples = 0;
@@ -150,7 +156,7 @@ int CZQXWriter::AddPicture(uint32_t startMs, uint32_t kind, const std::vector<ui
             return ZQX_ERR_STATE;
         if (!PictureSignatureMatches(kind, bytes) || bytes.size() > format::kMaxPictureBytes)
             return ZQX_ERR_BAD_ARGUMENT;
-        impl->info.pictures.push_back({startMs, kind, bytes});
+        impl->pictures.push_back({startMs, kind, bytes});
         return ZQX_OK;
     });
 }
@@ -251,13 +257,13 @@ int CZQXWriter::Impl::Finish()
         sections.Text(s.title);
     }
 
-    ByteSink pictures;
-    pictures.U32(static_cast<uint32_t>(info.pictures.size()));
-    for (const PictureRecord& p : info.pictures) {
-        pictures.U32(p.startMs);
-        pictures.U32(p.kind);
-        pictures.U32(static_cast<uint32_t>(p.bytes.size()));
-        pictures.Bytes(p.bytes.data(), p.bytes.size());
+    ByteSink pictureChunk;
+    pictureChunk.U32(static_cast<uint32_t>(pictures.size()));
+    for (const Picture& p : pictures) {
+        pictureChunk.U32(p.startMs);
+        pictureChunk.U32(p.kind);
+        pictureChunk.U32(static_cast<uint32_t>(p.bytes.size()));
+        pictureChunk.Bytes(p.bytes.data(), p.bytes.size());
     }
 
     ByteSink index;
@@ -277,7 +283,7 @@ int CZQXWriter::Impl::Finish()
     if (rc == ZQX_OK)
         rc = WriteChunk(format::kTagSections, sections.bytes, crcOf(sections));
     if (rc == ZQX_OK)
-        rc = WriteChunk(format::kTagPictures, pictures.bytes, crcOf(pictures));
+        rc = WriteChunk(format::kTagPictures, pictureChunk.bytes, crcOf(pictureChunk));
     if (rc == ZQX_OK)
         rc = WriteChunk(format::kTagIndex, index.bytes, crcOf(index));
     if (rc == ZQX_OK)

@@ -147,7 +147,14 @@ int32_t OpenProgramFile(const char16_t* widePath, std::shared_ptr<OpenProgram>& 
     p->path = *path;
     if (const int rc = p->file.Open(p->path); rc != ZQX_OK)
         return rc;
-    if (const int rc = ReadProgram(p->file, p->info, &p->packets); rc != ZQX_OK)
+    // Opening to play checks everything but the audio bytes, so a damaged file is
+    // refused here, before it is listened to; the picture bytes are checked and
+    // then left on disk until they are asked for.
+    if (const int rc = ReadProgramHead(p->file, p->info); rc != ZQX_OK)
+        return rc;
+    if (const int rc = ReadPictureChunk(p->file, p->info.pictureChunk, nullptr, nullptr); rc != ZQX_OK)
+        return rc;
+    if (const int rc = ReadIndex(p->file, p->info, p->packets); rc != ZQX_OK)
         return rc;
     if (p->info.fileType != ZQX_TYPE_MP3) {
         if (const int rc = p->decoder.Init(p->info); rc != ZQX_OK)
@@ -379,7 +386,7 @@ int32_t ZQXVerifyAudio(ZQXHANDLE h)
                 return rc;
             crc = Crc32(crc, packet.data(), e.bytes);
         }
-        return ChecksumMatches(crc, p.info.audioCrc) ? ZQX_OK : ZQX_ERR_DAMAGED;
+        return ChecksumMatches(crc, p.info.audioChunk.crc) ? ZQX_OK : ZQX_ERR_DAMAGED;
     });
 }
 
@@ -412,12 +419,17 @@ int32_t ZQXGetEncodedImage(ZQXHANDLE h, int32_t index, uint8_t* buf, uint32_t ca
             return ZQX_ERR_BAD_ARGUMENT;
         if (index < 0 || static_cast<size_t>(index) >= p.info.pictures.size())
             return ZQX_ERR_OUT_OF_RANGE;
-        const auto& bytes = p.info.pictures[size_t(index)].bytes;
-        *length = static_cast<uint32_t>(bytes.size());
+        const PictureRecord& picture = p.info.pictures[size_t(index)];
+        *length = picture.byteLength;
         if (!buf)
             return ZQX_OK;
-        if (capacity < bytes.size())
+        if (capacity < picture.byteLength)
             return ZQX_ERR_BUFFER_TOO_SMALL;
+        // Read aside first: the caller's buffer is written only when the chunk checks out.
+        std::vector<uint8_t> bytes(picture.byteLength);
+        if (const int rc = ReadPictureChunk(p.file, p.info.pictureChunk, &picture, bytes.data());
+            rc != ZQX_OK)
+            return rc;
         std::copy(bytes.begin(), bytes.end(), buf);
         return ZQX_OK;
     });

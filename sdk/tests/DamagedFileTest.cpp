@@ -1,6 +1,8 @@
 // Damaged files: every truncation, every flipped byte and every forged length
 // is answered with a status - at open, or at the latest when the damaged audio
-// is read - and never with a crash or with wrong audio.
+// is read - and never with a crash or with wrong audio.  The metadata reader
+// refuses a subset: what it does not read (the index, the picture bytes) is
+// refused by the open for playback, and a damaged picture by the picture read.
 
 #include "SdkTestSupport.h"
 
@@ -71,7 +73,9 @@ protected:
         ASSERT_EQ(Chunks(good).size(), 5u);
     }
 
-    // Status of opening bytes as a program; with the metadata reader agreeing.
+    // Status of opening bytes as a program for playback.  The metadata reader's
+    // own status is left in metadataRc, and when it accepted the bytes, its read
+    // of the cover in coverRc.
     int Open(const std::vector<uint8_t>& bytes, ZQXHANDLE* keep = nullptr)
     {
         const std::string damaged = dir.File("damaged.zq");
@@ -80,9 +84,11 @@ protected:
         const std::u16string wide = Wide(damaged);
         const int rc = ZQXOpenFileWinW(&h, wide.c_str());
         CTalvoMetadata m;
-        const int metaRc = m.OpenZQXFile(wide);
-        if (rc != ZQX_OK) {
-            EXPECT_EQ(metaRc, rc); // the reader without audio may only miss audio damage
+        metadataRc = m.OpenZQXFile(wide);
+        std::vector<uint8_t> cover;
+        coverRc = metadataRc == ZQX_OK ? m.ReadPictureBytes(0, cover) : metadataRc;
+        if (metadataRc != ZQX_OK) {
+            EXPECT_EQ(metadataRc, rc); // it refuses nothing the open accepts
         }
         if (keep)
             *keep = h;
@@ -90,6 +96,16 @@ protected:
             ZQXCloseFile(h);
         return rc;
     }
+
+    // Whether offset lies in a chunk's checksum field or its payload.
+    static bool InChecksummedPart(const Chunk& c, size_t offset)
+    {
+        return (offset >= c.headerOffset + 4 && offset < c.headerOffset + 8) ||
+               (offset >= c.payloadOffset && offset < c.payloadOffset + c.payloadBytes);
+    }
+
+    int metadataRc = ZQX_OK;
+    int coverRc = ZQX_OK;
 
     ScratchFolder dir;
     std::string path;
@@ -100,18 +116,24 @@ protected:
 
 TEST_F(DamagedFile, EveryTruncationIsDamaged)
 {
+    // The metadata reader locates every chunk, so a cut file never reaches a list either.
     for (size_t size = 0; size < good.size(); ++size) {
         std::vector<uint8_t> cut(good.begin(), good.begin() + std::ptrdiff_t(size));
         ASSERT_EQ(Open(cut), ZQX_ERR_DAMAGED) << size;
+        ASSERT_EQ(metadataRc, ZQX_ERR_DAMAGED) << size;
     }
     std::vector<uint8_t> longer = good;
     longer.push_back(0);
     EXPECT_EQ(Open(longer), ZQX_ERR_DAMAGED);
+    EXPECT_EQ(metadataRc, ZQX_ERR_DAMAGED);
 }
 
 TEST_F(DamagedFile, EveryFlippedByteIsCaughtAtOpenOrWhenItsAudioIsRead)
 {
-    const Chunk audio = Chunks(good)[4];
+    const auto chunks = Chunks(good);
+    const Chunk pictures = chunks[2];
+    const Chunk index = chunks[3];
+    const Chunk audio = chunks[4];
     for (size_t at = 0; at < good.size(); ++at) {
         for (uint8_t mask : {uint8_t(0x01), uint8_t(0x80)}) {
             std::vector<uint8_t> bad = good;
@@ -122,8 +144,18 @@ TEST_F(DamagedFile, EveryFlippedByteIsCaughtAtOpenOrWhenItsAudioIsRead)
                 // The version field may read as newer; everything else is damage.
                 EXPECT_TRUE(rc == ZQX_ERR_DAMAGED || (rc == ZQX_ERR_NEWER_VERSION && (at == 8 || at == 9)))
                     << at;
+                // What the metadata reader lets through lies in the index or the
+                // picture chunk, and a damaged picture chunk fails the picture read.
+                if (metadataRc == ZQX_OK) {
+                    EXPECT_TRUE(InChecksummedPart(index, at) || InChecksummedPart(pictures, at)) << at;
+                    if (InChecksummedPart(pictures, at)) {
+                        EXPECT_EQ(coverRc, ZQX_ERR_DAMAGED) << at;
+                    }
+                }
                 continue;
             }
+            EXPECT_EQ(metadataRc, ZQX_OK) << at;
+            EXPECT_EQ(coverRc, ZQX_OK) << at;
             // Only audio bytes and the audio chunk's own checksum escape the open.
             EXPECT_TRUE(at >= audio.payloadOffset ||
                         (at >= audio.headerOffset + 4 && at < audio.headerOffset + 8))
@@ -173,26 +205,30 @@ TEST_F(DamagedFile, ForgedLengthsAndCountsAreRefusedEvenWithValidChecksums)
         ResealChunk(bad, chunks[0]);
         EXPECT_EQ(Open(bad), ZQX_ERR_DAMAGED);
     }
-    // Picture count and picture length.
+    // Picture count and picture length: the table is what the metadata reader walks.
     for (size_t field : {size_t(0), size_t(12)}) {
         std::vector<uint8_t> bad = good;
         PutLe32(bad, chunks[2].payloadOffset + field, 0xFFFFFFF0u);
         ResealChunk(bad, chunks[2]);
         EXPECT_EQ(Open(bad), ZQX_ERR_DAMAGED) << field;
+        EXPECT_EQ(metadataRc, ZQX_ERR_DAMAGED) << field;
     }
     // Index: a packet count that disagrees with the entries, and a packet
-    // claiming bytes that run into the next one.
+    // claiming bytes that run into the next one.  The metadata reader does not
+    // read the index, so such a file is listed and refused when it is opened to play.
     {
         std::vector<uint8_t> bad = good;
         PutLe32(bad, chunks[3].payloadOffset, 1000000u);
         ResealChunk(bad, chunks[3]);
         EXPECT_EQ(Open(bad), ZQX_ERR_DAMAGED);
+        EXPECT_EQ(metadataRc, ZQX_OK);
     }
     {
         std::vector<uint8_t> bad = good;
         bad[chunks[3].payloadOffset + 4] += 2; // first packet's byte count
         ResealChunk(bad, chunks[3]);
         EXPECT_EQ(Open(bad), ZQX_ERR_DAMAGED);
+        EXPECT_EQ(metadataRc, ZQX_OK);
     }
     // Sections out of order.
     {

@@ -202,6 +202,57 @@ TEST(RoundTrip, MetadataSectionsAndPicturesSurvive)
     ZQXCloseFile(h);
 }
 
+// Pictures larger than the pieces the picture chunk is checked in come back
+// whole through both readers, and are read from the file each time: a picture
+// damaged after the open is refused, not served from memory.
+TEST(RoundTrip, LargePicturesAreReadFromTheFileWhenAskedFor)
+{
+    ScratchFolder dir;
+    const std::string path = dir.File("covers.zq");
+    std::vector<uint8_t> jpeg = {0xFF, 0xD8, 0xFF, 0xE0};
+    std::vector<uint8_t> png = {0x89, 'P', 'N', 'G', 0x0D, 0x0A, 0x1A, 0x0A};
+    for (uint32_t i = 0; i < 150000; ++i) {
+        jpeg.push_back(uint8_t(i * 7 + i / 256));
+        png.push_back(uint8_t(i * 13 + i / 512));
+    }
+    {
+        CZQXWriter w;
+        ASSERT_EQ(w.Create(path, ZQX_TYPE_PCM16, 8000, 1), ZQX_OK);
+        ASSERT_EQ(w.AddPicture(0, 1, jpeg), ZQX_OK);
+        ASSERT_EQ(w.AddPicture(500, 2, png), ZQX_OK);
+        const auto pcm = TestSignal(8000, 8000, 1);
+        ASSERT_EQ(w.AddPcm16(pcm.data(), pcm.size()), ZQX_OK);
+        ASSERT_EQ(w.Finish(), ZQX_OK);
+    }
+    CTalvoMetadata m;
+    ASSERT_EQ(m.OpenZQXFile(Wide(path)), ZQX_OK);
+    ASSERT_EQ(m.GetPictureCount(), 2);
+    EXPECT_EQ(m.GetPictures()[1].byteLength, png.size());
+    EXPECT_EQ(m.GetCoverPicture(), jpeg);
+    EXPECT_EQ(m.GetPictureBytes(1), png);
+    ZQXHANDLE h = OpenOrFail(path);
+    std::vector<uint8_t> got(png.size());
+    uint32_t size = 0;
+    ASSERT_EQ(ZQXGetEncodedImage(h, 1, got.data(), uint32_t(got.size()), &size), ZQX_OK);
+    EXPECT_EQ(got, png);
+
+    // One byte of the second picture changes on disk; the chunk's checksum no
+    // longer holds, whichever picture is asked for.
+    std::vector<uint8_t> bytes = ReadBytes(path);
+    const auto at = std::search(bytes.begin(), bytes.end(), png.begin(), png.end());
+    ASSERT_NE(at, bytes.end());
+    *(at + std::ptrdiff_t(png.size()) - 1) ^= 1;
+    WriteBytes(path, bytes);
+    std::vector<uint8_t> kept = {1, 2, 3};
+    EXPECT_EQ(m.ReadPictureBytes(0, kept), ZQX_ERR_DAMAGED);
+    EXPECT_EQ(kept, (std::vector<uint8_t>{1, 2, 3}));
+    EXPECT_TRUE(m.GetCoverPicture().empty());
+    std::vector<uint8_t> untouched(jpeg.size(), 0x5A);
+    EXPECT_EQ(ZQXGetEncodedImage(h, 0, untouched.data(), uint32_t(untouched.size()), &size), ZQX_ERR_DAMAGED);
+    EXPECT_TRUE(std::all_of(untouched.begin(), untouched.end(), [](uint8_t b) { return b == 0x5A; }));
+    ZQXCloseFile(h);
+}
+
 TEST(RoundTrip, DecodeNeverWritesPastRoom)
 {
     ScratchFolder dir;

@@ -144,7 +144,7 @@ ProgramReport InspectProgram(const std::string& utf8Path)
     for (const auto& s : m.GetSections())
         r.sections.push_back({s.startMs, Utf16ToUtf8(s.title)});
     for (const auto& p : m.GetPictures())
-        r.pictures.push_back({p.startMs, p.kind, p.bytes.size()});
+        r.pictures.push_back({p.startMs, p.kind, p.byteLength});
     return r;
 }
 

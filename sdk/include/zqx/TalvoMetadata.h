@@ -1,9 +1,14 @@
 #pragma once
 // CTalvoMetadata: the descriptive side of one program file, read without opening
-// it for playback.  OpenZQXFile reads and verifies the header and the metadata,
-// section, picture and index chunks; it never reads the audio itself, so
-// scanning a folder of programs stays cheap.  The object is a plain value: copying it copies every
-// field, and it holds no OS resource after OpenZQXFile returns.
+// it for playback.  OpenZQXFile reads and verifies the header, the metadata and
+// section chunks and the picture table, and checks that the index and audio
+// chunks lie where they must; it reads neither the index, nor the picture bytes,
+// nor the audio, so its cost does not grow with a program's length or its
+// pictures and scanning a library of programs stays cheap.  A file it accepts can
+// still be refused by ZQXOpenFileWinW when its index or picture chunk is damaged.
+// Picture bytes are read from the file, and checked, each time they are asked for.
+// The object is a plain value: copying it copies every field, and it holds no OS
+// resource after OpenZQXFile returns.
 
 #include "zqx/zqxsdk.h"
 
@@ -20,7 +25,7 @@ public:
     struct Picture {
         uint32_t startMs = 0;
         uint32_t kind = 0; // 1 JPEG, 2 PNG
-        std::vector<uint8_t> bytes;
+        uint32_t byteLength = 0;
     };
 
     // Returns ZQX_OK or a ZQX_* status (ZQX_ERR_DAMAGED for a damaged file); on
@@ -57,7 +62,13 @@ public:
 
     int32_t GetPictureCount() const { return static_cast<int32_t>(pictures.size()); }
     uint32_t GetPictureStartTime(int32_t index) const;
-    // Empty for an out-of-range index.
+    // Reads a picture's bytes from the file and checks the picture chunk's checksum:
+    // ZQX_OK; ZQX_ERR_OUT_OF_RANGE for an index outside 0..count-1 (or a closed
+    // object); ZQX_ERR_DAMAGED when the chunk fails its check (or the file changed
+    // since it was opened); ZQX_ERR_NO_FILE, ZQX_ERR_IO, ZQX_ERR_OUT_OF_MEMORY.
+    // bytes is replaced on success and left alone otherwise.
+    int ReadPictureBytes(int32_t index, std::vector<uint8_t>& bytes) const;
+    // As ReadPictureBytes, but empty on every failure.
     std::vector<uint8_t> GetPictureBytes(int32_t index) const;
     // The first picture's bytes, empty when the program has none.
     std::vector<uint8_t> GetCoverPicture() const { return GetPictureBytes(0); }
@@ -81,4 +92,11 @@ private:
     uint32_t channels = 0;
     std::vector<Section> sections;
     std::vector<Picture> pictures;
+    // What a picture read needs: the file, where the picture chunk lies with its
+    // checksum, and where each picture's bytes begin.
+    std::string pathUtf8;
+    uint64_t pictureChunkOffset = 0;
+    uint64_t pictureChunkBytes = 0;
+    uint32_t pictureChunkCrc = 0;
+    std::vector<uint64_t> pictureOffsets;
 };

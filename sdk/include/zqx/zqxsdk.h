@@ -42,7 +42,7 @@ extern "C" {
 #define ZQX_EXPORT
 #endif
 
-#define ZQX_SDK_VERSION_MAJOR 1
+#define ZQX_SDK_VERSION_MAJOR 2
 #define ZQX_SDK_VERSION_MINOR 0
 #define ZQX_SDK_VERSION_PATCH 0
 /* One number that grows with every release: 0x00MMmmpp. */
@@ -146,8 +146,10 @@ ZQX_EXPORT int32_t ZQXVerifyAudio(ZQXHANDLE h);
 /* Pictures (cover images), in file order; index 0 is the cover. */
 ZQX_EXPORT int32_t ZQXGetImageCount(ZQXHANDLE h, int32_t* count);
 ZQX_EXPORT int32_t ZQXGetImageStartTime(ZQXHANDLE h, int32_t index, uint32_t* ms);
-/* JPEG or PNG bytes.  buf null: *length = size, ZQX_OK.  capacity too small:
- * ZQX_ERR_BUFFER_TOO_SMALL with *length = size. */
+/* JPEG or PNG bytes, read from the file when asked for.  buf null: *length = size,
+ * ZQX_OK.  capacity too small: ZQX_ERR_BUFFER_TOO_SMALL with *length = size.  The
+ * picture chunk is checked again on each read: ZQX_ERR_DAMAGED, buf untouched,
+ * if it no longer checks out (the file changed after the open). */
 ZQX_EXPORT int32_t ZQXGetEncodedImage(ZQXHANDLE h, int32_t index, uint8_t* buf, uint32_t capacity,
                                       uint32_t* length);
 
