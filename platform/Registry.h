@@ -19,6 +19,12 @@
 //   processes may share one store: a write is atomic and survives a crash of
 //   any process once the call returns; after FlushKey it also survives a loss
 //   of power.
+// - BeginTransaction/EndTransaction (used through RegistryTransaction) make the
+//   calls between them one write: another process sees all of them or none,
+//   and a crash before the end leaves none.  A transaction belongs to the
+//   thread that began it; other threads' calls wait until it ends (as long as
+//   a store waits for another process, then they fail), so their writes never
+//   join it.  Transactions nest; only the outermost end commits.
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -95,8 +101,22 @@ public:
     virtual RegStatus EnumValue(HKEY key, DWORD index, std::u16string* name, DWORD* type,
                                 std::vector<std::uint8_t>* data) = 0;
 
-    // Makes everything written so far durable.
+    // Makes everything written so far durable.  Inside a transaction it takes
+    // effect when the outermost transaction commits.
     virtual RegStatus FlushKey(HKEY key) = 0;
+
+    // Starts a transaction, or a nested one inside the caller's own.  Only after
+    // ERROR_SUCCESS must it be ended, by the same thread.  A store without
+    // transactions applies every call at once, as these defaults do.
+    virtual RegStatus BeginTransaction() { return ERROR_SUCCESS; }
+    // Ends the innermost transaction: commit keeps its calls (an inner one
+    // hands them to the outer, which alone commits them to the store); false
+    // undoes them.  A commit that fails undoes them as well.
+    virtual RegStatus EndTransaction(bool commit)
+    {
+        static_cast<void>(commit);
+        return ERROR_SUCCESS;
+    }
 };
 
 // REG_SZ conversions: UTF-16LE bytes with the terminator, and back (a missing

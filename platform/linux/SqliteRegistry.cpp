@@ -12,6 +12,12 @@
 // Every call runs in its own transaction: reads in a deferred one (a
 // consistent snapshot across the handle check and the read), writes in
 // BEGIN IMMEDIATE so that two processes never both read and then both write.
+// A caller's transaction (BeginTransaction) is BEGIN IMMEDIATE as well: it
+// holds the write lock from its start, so no write of another process can
+// slip between its reads and its writes, and a deferred snapshot never has to
+// be upgraded (an upgrade that finds a newer commit fails at once, without
+// waiting).  Inside it each call is a savepoint, so a failed call still
+// leaves nothing half done, and a nested transaction is a savepoint too.
 // With WAL and synchronous=NORMAL a committed write survives a crash of any
 // process; FlushKey checkpoints the log so it also survives a power loss.
 #include "platform/Registry.h"
@@ -21,6 +27,7 @@
 #include <sqlite3.h>
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
@@ -225,6 +232,12 @@ public:
             {&s.beginImmediate, "BEGIN IMMEDIATE"},
             {&s.commit, "COMMIT"},
             {&s.rollback, "ROLLBACK"},
+            {&s.callSavepoint, "SAVEPOINT call"},
+            {&s.callRelease, "RELEASE call"},
+            {&s.callRollback, "ROLLBACK TO call"},
+            {&s.scopeSavepoint, "SAVEPOINT scope"},
+            {&s.scopeRelease, "RELEASE scope"},
+            {&s.scopeRollback, "ROLLBACK TO scope"},
         };
         for (auto [statement, text] : sql) {
             // A plain error is a table or column the statement cannot find;
@@ -243,7 +256,9 @@ public:
         auto parts = SplitPath(subKey);
         if (!parts)
             return ERROR_INVALID_PARAMETER;
-        std::lock_guard lock(mutex_);
+        auto lock = Enter();
+        if (!lock)
+            return ERROR_REGISTRY_IO_FAILED;
         std::int64_t id = 0;
         RegStatus status = KeyOf(parent, &id);
         if (status != ERROR_SUCCESS)
@@ -310,7 +325,9 @@ public:
         auto parts = SplitPath(subKey);
         if (!parts)
             return ERROR_FILE_NOT_FOUND;
-        std::lock_guard lock(mutex_);
+        auto lock = Enter();
+        if (!lock)
+            return ERROR_REGISTRY_IO_FAILED;
         std::int64_t id = 0;
         RegStatus status = KeyOf(parent, &id);
         if (status != ERROR_SUCCESS)
@@ -334,7 +351,9 @@ public:
 
     RegStatus CloseKey(HKEY key) override
     {
-        std::lock_guard lock(mutex_);
+        auto lock = Enter();
+        if (!lock)
+            return ERROR_REGISTRY_IO_FAILED;
         if (IsRoot(key))
             return ERROR_SUCCESS;
         return handles_.erase(key) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
@@ -347,7 +366,9 @@ public:
             return ERROR_INVALID_PARAMETER;
         if (!IsStorableName(name))
             return ERROR_FILE_NOT_FOUND;
-        std::lock_guard lock(mutex_);
+        auto lock = Enter();
+        if (!lock)
+            return ERROR_REGISTRY_IO_FAILED;
         std::int64_t id = 0;
         RegStatus status = KeyOf(key, &id);
         if (status != ERROR_SUCCESS)
@@ -384,7 +405,9 @@ public:
     {
         if ((!data && size > 0) || !IsStorableName(name))
             return ERROR_INVALID_PARAMETER;
-        std::lock_guard lock(mutex_);
+        auto lock = Enter();
+        if (!lock)
+            return ERROR_REGISTRY_IO_FAILED;
         std::int64_t id = 0;
         RegStatus status = KeyOf(key, &id);
         if (status != ERROR_SUCCESS)
@@ -409,7 +432,9 @@ public:
     {
         if (!IsStorableName(name))
             return ERROR_FILE_NOT_FOUND;
-        std::lock_guard lock(mutex_);
+        auto lock = Enter();
+        if (!lock)
+            return ERROR_REGISTRY_IO_FAILED;
         std::int64_t id = 0;
         RegStatus status = KeyOf(key, &id);
         if (status != ERROR_SUCCESS)
@@ -432,7 +457,9 @@ public:
         auto parts = SplitPath(subKey);
         if (!parts)
             return ERROR_FILE_NOT_FOUND;
-        std::lock_guard lock(mutex_);
+        auto lock = Enter();
+        if (!lock)
+            return ERROR_REGISTRY_IO_FAILED;
         std::int64_t id = 0;
         RegStatus status = KeyOf(key, &id);
         if (status != ERROR_SUCCESS)
@@ -463,7 +490,9 @@ public:
     {
         if (!name)
             return ERROR_INVALID_PARAMETER;
-        std::lock_guard lock(mutex_);
+        auto lock = Enter();
+        if (!lock)
+            return ERROR_REGISTRY_IO_FAILED;
         std::int64_t id = 0;
         RegStatus status = KeyOf(key, &id);
         if (status != ERROR_SUCCESS)
@@ -495,7 +524,9 @@ public:
     RegStatus EnumValue(HKEY key, DWORD index, std::u16string* name, DWORD* type,
                         std::vector<std::uint8_t>* data) override
     {
-        std::lock_guard lock(mutex_);
+        auto lock = Enter();
+        if (!lock)
+            return ERROR_REGISTRY_IO_FAILED;
         std::int64_t id = 0;
         RegStatus status = KeyOf(key, &id);
         if (status != ERROR_SUCCESS)
@@ -533,7 +564,9 @@ public:
 
     RegStatus FlushKey(HKEY key) override
     {
-        std::lock_guard lock(mutex_);
+        auto lock = Enter();
+        if (!lock)
+            return ERROR_REGISTRY_IO_FAILED;
         std::int64_t id = 0;
         RegStatus status = KeyOf(key, &id);
         if (status != ERROR_SUCCESS)
@@ -543,41 +576,143 @@ public:
             if ((status = txn.Begin()) != ERROR_SUCCESS || (status = CheckAlive(id)) != ERROR_SUCCESS)
                 return status;
         }
+        // What is written inside a transaction can only be made durable once
+        // it is committed, and a checkpoint cannot run inside one anyway.
+        if (scopeDepth_ > 0) {
+            flushPending_ = true;
+            return ERROR_SUCCESS;
+        }
+        return Checkpoint();
+    }
+
+    RegStatus BeginTransaction() override
+    {
+        if (!mutex_.try_lock_for(std::chrono::milliseconds(kBusyTimeoutMs)))
+            return ERROR_REGISTRY_IO_FAILED;
+        // The lock taken here is held until the matching EndTransaction, which
+        // keeps every other thread's calls out of this transaction.
+        int rc = SQLITE_OK;
+        if (scopeDepth_ == 0) {
+            rc = sqlite3_step(statements_->beginImmediate.Use());
+        } else if (sqlite3_get_autocommit(db_)) {
+            // The outer transaction was already undone by a failure; a savepoint
+            // now would open a transaction of its own outside it.
+            rc = SQLITE_ABORT;
+        } else {
+            rc = sqlite3_step(statements_->scopeSavepoint.Use());
+        }
+        if (rc != SQLITE_DONE) {
+            mutex_.unlock();
+            return StatusOf(rc);
+        }
+        if (scopeDepth_++ == 0) {
+            scopeOwner_ = std::this_thread::get_id();
+            flushPending_ = false;
+        }
+        return ERROR_SUCCESS;
+    }
+
+    RegStatus EndTransaction(bool commit) override
+    {
+        // Only the thread holding the transaction holds the lock; any other
+        // thread is refused before it touches the connection.
+        if (scopeOwner_.load() != std::this_thread::get_id() || scopeDepth_ == 0)
+            return ERROR_INVALID_PARAMETER;
+        std::unique_lock lock(mutex_, std::adopt_lock);
         ResetStatements();
-        // A full checkpoint syncs the log, copies it into the database and syncs that.
-        int rc = sqlite3_wal_checkpoint_v2(db_, nullptr, SQLITE_CHECKPOINT_FULL, nullptr, nullptr);
-        return StatusOf(rc);
+        keyCursor_.valid = valueCursor_.valid = false;
+        // SQLite undoes the whole transaction by itself after some failures
+        // (a full disk, an I/O error); then there is nothing left to end.
+        const bool lost = sqlite3_get_autocommit(db_) != 0;
+        RegStatus status = lost ? ERROR_REGISTRY_IO_FAILED : ERROR_SUCCESS;
+        if (--scopeDepth_ > 0) {
+            if (!lost && commit) {
+                status = StatusOf(sqlite3_step(statements_->scopeRelease.Use()));
+                if (status == ERROR_SUCCESS)
+                    return status;
+            }
+            if (!lost) {
+                sqlite3_step(statements_->scopeRollback.Use());
+                sqlite3_step(statements_->scopeRelease.Use());
+            }
+            return commit ? status : ERROR_SUCCESS;
+        }
+        scopeOwner_ = std::thread::id();
+        if (lost)
+            return commit ? status : ERROR_SUCCESS;
+        if (commit) {
+            status = StatusOf(sqlite3_step(statements_->commit.Use()));
+            if (status == ERROR_SUCCESS)
+                return flushPending_ ? Checkpoint() : ERROR_SUCCESS;
+        }
+        ResetStatements();
+        sqlite3_step(statements_->rollback.Use());
+        return status;
     }
 
 private:
     struct Statements {
         Statement keyExists, findChild, insertKey, findValue, setValue, deleteValue, deleteTreeValues,
             deleteTreeKeys, enumKey, enumKeyAfter, enumValue, enumValueAfter, dataVersion, begin,
-            beginImmediate, commit, rollback;
+            beginImmediate, commit, rollback, callSavepoint, callRelease, callRollback, scopeSavepoint,
+            scopeRelease, scopeRollback;
     };
 
-    // Rolls back unless committed, so every early return leaves no transaction open.
+    // Waits for the connection: for another thread's call, or for another
+    // thread's whole transaction, as long as the store waits for another
+    // process's write.  The transaction's own thread gets in at once.
+    std::unique_lock<std::recursive_timed_mutex> Enter()
+    {
+        return std::unique_lock(mutex_, std::chrono::milliseconds(kBusyTimeoutMs));
+    }
+
+    RegStatus Checkpoint()
+    {
+        ResetStatements();
+        // A full checkpoint syncs the log, copies it into the database and syncs that.
+        int rc = sqlite3_wal_checkpoint_v2(db_, nullptr, SQLITE_CHECKPOINT_FULL, nullptr, nullptr);
+        return StatusOf(rc);
+    }
+
+    // One call's transaction, or its savepoint inside a caller's transaction.
+    // Rolls back unless committed, so every early return leaves nothing open.
     class Transaction {
     public:
-        Transaction(SqliteRegistry& owner, bool write) : owner_(owner), write_(write) {}
+        Transaction(SqliteRegistry& owner, bool write)
+            : owner_(owner), write_(write), nested_(owner.scopeDepth_ > 0)
+        {
+        }
         ~Transaction()
         {
-            if (open_) {
-                owner_.ResetStatements();
-                sqlite3_step(owner_.statements_->rollback.Use());
+            if (!open_)
+                return;
+            owner_.ResetStatements();
+            Statements& s = *owner_.statements_;
+            if (!nested_) {
+                sqlite3_step(s.rollback.Use());
+            } else if (!sqlite3_get_autocommit(owner_.db_)) {
+                sqlite3_step(s.callRollback.Use());
+                sqlite3_step(s.callRelease.Use());
             }
         }
         RegStatus Begin()
         {
-            Statement& begin = write_ ? owner_.statements_->beginImmediate : owner_.statements_->begin;
-            int rc = sqlite3_step(begin.Use());
+            Statements& s = *owner_.statements_;
+            int rc = SQLITE_OK;
+            if (!nested_)
+                rc = sqlite3_step((write_ ? s.beginImmediate : s.begin).Use());
+            else if (sqlite3_get_autocommit(owner_.db_))
+                rc = SQLITE_ABORT; // the caller's transaction is gone; see EndTransaction
+            else
+                rc = sqlite3_step(s.callSavepoint.Use());
             open_ = rc == SQLITE_DONE;
             return StatusOf(rc);
         }
         RegStatus Commit()
         {
             owner_.ResetStatements();
-            int rc = sqlite3_step(owner_.statements_->commit.Use());
+            Statements& s = *owner_.statements_;
+            int rc = sqlite3_step((nested_ ? s.callRelease : s.commit).Use());
             if (rc == SQLITE_DONE) {
                 open_ = false;
                 // This connection's own writes do not move data_version.
@@ -590,6 +725,7 @@ private:
     private:
         SqliteRegistry& owner_;
         bool write_;
+        bool nested_;
         bool open_ = false;
     };
 
@@ -702,7 +838,15 @@ private:
 
     sqlite3* db_;
     std::unique_ptr<Statements> statements_;
-    std::mutex mutex_;
+    // Recursive because a caller's transaction holds it across its calls.
+    std::recursive_timed_mutex mutex_;
+    // The thread whose transaction is open; read without the lock by
+    // EndTransaction to refuse any other thread.
+    std::atomic<std::thread::id> scopeOwner_;
+    // Guarded by mutex_: how deep the caller's transactions are nested, and
+    // whether FlushKey was asked for inside them.
+    int scopeDepth_ = 0;
+    bool flushPending_ = false;
     // Handles are small integers counting up from 1, far below the roots' values.
     std::unordered_map<HKEY, std::int64_t> handles_;
     HKEY nextHandle_ = 1;

@@ -1,6 +1,7 @@
 #include "library/ProgramStateStore.h"
 
 #include "library/ProgramRecordLayout.h"
+#include "platform/RegistryTransaction.h"
 #include "playback/ProgramFile.h"
 
 #include <QThread>
@@ -127,6 +128,12 @@ bool ProgramStateStore::SaveProgramState(ProgramFile& entry)
     // so that it is current even when the registry write below fails.
     ZQXSavePlaybackPosition(entry.sdkHandle, ZQX_SAVE_TO_SIDE_FILE);
 
+    // The list is deleted and then written again key by key; as one
+    // transaction, a player killed or a write failing halfway leaves the
+    // record as it was before this save, never a Count with part of a list.
+    RegistryTransaction transaction(registry_);
+    if (transaction.status() != ERROR_SUCCESS)
+        return false;
     const QString programKey = entry.Key();
     KeyCloser keys(registry_);
     HKEY record = 0;
@@ -171,7 +178,8 @@ bool ProgramStateStore::SaveProgramState(ProgramFile& entry)
             return false;
         keys.CloseNow(item);
     }
-    return true;
+    keys.CloseNow(bookmarks);
+    return transaction.Commit() == ERROR_SUCCESS;
 }
 
 bool ProgramStateStore::ReadPlayPosition(const QString& programKey, DWORD* positionMs)

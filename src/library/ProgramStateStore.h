@@ -16,7 +16,8 @@ class ProgramStateStore {
 public:
     explicit ProgramStateStore(Registry& registry) : registry_(registry) {}
 
-    // Saves the SDK's own position, then "play_pos" and the whole bookmark list.
+    // Saves the SDK's own position, then "play_pos" and the whole bookmark list
+    // in one registry transaction: all of it reaches the store, or none.
     bool SaveProgramState(ProgramFile& entry);
     // Restores the SDK's stored position into the open file and reads the
     // bookmarks; true when the bookmarks key was readable.
