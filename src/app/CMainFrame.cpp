@@ -2,6 +2,7 @@
 
 #include "app/CommandIds.h"
 #include "app/DetectPlatform.h"
+#include "app/FirstPaintGate.h"
 #include "app/PlainDisplay.h"
 #include "app/StringTable.h"
 #include "app/TimeText.h"
@@ -230,7 +231,9 @@ CMainFrame::CMainFrame(Environment environment)
         std::make_unique<StorageChangeWatcher>(*cards_, [this](StorageChange change, const StorageCard&) {
             PostMessage(Message::StorageChange, static_cast<WPARAM>(change), 0);
         });
-    PostCommand(Command::InitialLoad);
+    // Queued at creation, but run only once the window is drawn: the scan of a
+    // large library must not keep the window from appearing.
+    FirstPaintGate::PostCommandAfterFirstPaint(*this, Command::InitialLoad);
 }
 
 CMainFrame::~CMainFrame()

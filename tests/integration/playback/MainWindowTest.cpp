@@ -11,6 +11,40 @@ namespace {
 
 using MainWindow = PlayerFixture;
 
+// Counts the programs listed when the window is first drawn.
+class FirstPaintWatcher final : public QObject {
+public:
+    explicit FirstPaintWatcher(CMainFrame& frame) : frame_(frame) { frame.installEventFilter(this); }
+    int listedAtFirstPaint = -1;
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        if (event->type() == QEvent::Paint && listedAtFirstPaint < 0)
+            listedAtFirstPaint = frame_.Library().Count();
+        return QObject::eventFilter(watched, event);
+    }
+
+private:
+    CMainFrame& frame_;
+};
+
+TEST_F(MainWindow, AShownWindowIsDrawnBeforeItsInitialLoadScansTheLibrary)
+{
+    WritePcmProgram(musicPath("Author/A/a.zq"), "a", 10);
+    WritePcmProgram(musicPath("Author/B/b.zq"), "b", 10);
+    frame_ = std::make_unique<CMainFrame>(
+        CMainFrame::Environment{*registry_, device_.path("app"), QString(), [] {
+                                    return std::unique_ptr<WaveOut>(new ManualWaveOut);
+                                }});
+    FirstPaintWatcher watcher(*frame_);
+    frame_->resize(480, 640);
+    frame_->show();
+    ASSERT_TRUE(pump([&] { return frame_->Library().Count() == 2; }));
+    EXPECT_EQ(watcher.listedAtFirstPaint, 0);
+    frame_->hide();
+}
+
 TEST_F(MainWindow, StorageCardsComingAndGoingWhilePlayingRescanAndPlayOn)
 {
     WritePcmProgram(musicPath("Author/Book/book.zq"), "book", 60);
