@@ -49,6 +49,33 @@ QString AppName()
 
 } // namespace
 
+// A fresh entry loads its stored state before its metadata, while its key is
+// still empty, so every entry of a search reads one and the same record.  A
+// search reads it once, when it starts, and gives each entry a copy, instead
+// of asking the registry again for every file.
+class ProgramLibrary::SearchScope {
+public:
+    explicit SearchScope(ProgramLibrary& library) : library_(library), outermost_(!library.searchBookmarks_)
+    {
+        if (!outermost_)
+            return;
+        ProgramFile fresh{QString()};
+        library_.store_.LoadProgramState(fresh);
+        library_.searchBookmarks_ = std::move(fresh.bookmarks);
+    }
+    ~SearchScope()
+    {
+        if (outermost_)
+            library_.searchBookmarks_.reset();
+    }
+    SearchScope(const SearchScope&) = delete;
+    SearchScope& operator=(const SearchScope&) = delete;
+
+private:
+    ProgramLibrary& library_;
+    const bool outermost_;
+};
+
 LibraryFolders DefaultLibraryFolders(const QString& applicationFolder)
 {
     LibraryFolders folders;
@@ -74,6 +101,7 @@ ProgramLibrary::~ProgramLibrary()
 
 bool ProgramLibrary::RefreshAll()
 {
+    const SearchScope search(*this);
     ScanFolderFlat(folders_.applicationFolder);
     ScanFolderTwoLevel(folders_.musicFolder);
     EnumerateStorageCards();
@@ -100,6 +128,7 @@ void ProgramLibrary::ScanCardFolders(const StorageCard& card, bool requireDirect
 
 bool ProgramLibrary::ScanForSync(const std::optional<QString>& folder)
 {
+    const SearchScope search(*this);
     EnumerateStorageCards();
     if (folder) {
         const QString argument = WithSlash(*folder);
@@ -152,7 +181,10 @@ void ProgramLibrary::ProcessFoundFile(const QString& path)
     entry->inMainMemory = !IsOnStorageCard(path);
     // Before the metadata, while the key is still empty: the real bookmarks
     // are read when the program is opened.
-    store_.LoadProgramState(*entry);
+    if (searchBookmarks_)
+        entry->bookmarks = *searchBookmarks_;
+    else
+        store_.LoadProgramState(*entry);
     if (entry->ReadMetadata() != ZQX_OK)
         return;
     if (paths_.contains(path))

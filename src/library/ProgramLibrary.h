@@ -104,6 +104,8 @@ public:
     void Clear();
 
 private:
+    class SearchScope;
+
     void ProcessFoundFile(const QString& path);
     bool Append(std::unique_ptr<ProgramFile> entry);
     void ScanCardFolders(const StorageCard& card, bool requireDirectory);
@@ -121,6 +123,8 @@ private:
     std::int32_t currentIndex_ = -1;
     QStringList cardNames_;
     std::vector<StorageCard> cardsFound_;
+    // While a RefreshAll or ScanForSync runs: what loading a fresh entry's state gives.
+    std::optional<std::vector<Bookmark>> searchBookmarks_;
 };
 
 } // namespace talvo

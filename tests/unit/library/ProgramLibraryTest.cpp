@@ -1,12 +1,79 @@
 #include "LibraryTestSupport.h"
+#include "app/StringTable.h"
 #include "library/ProgramDeletion.h"
 #include "library/ProgramRecordLayout.h"
 #include "settings/SettingsStore.h"
+
+#include <QtEndian>
+#include <malloc.h>
 
 namespace talvo::test {
 namespace {
 
 class ProgramLibraryTest : public LibraryTest {};
+
+// A program whose cover picture is coverBytes long: a JPEG signature, then filler.
+void MakeProgramWithCover(const QString& path, const std::string& id, std::size_t coverBytes)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    std::vector<std::uint8_t> cover = {0xFF, 0xD8, 0xFF, 0xE0};
+    cover.resize(coverBytes, 0x5A);
+    std::vector<std::int16_t> silence(8000);
+    CZQXWriter writer;
+    ASSERT_EQ(writer.Create(path.toStdString(), ZQX_TYPE_PCM16, 8000, 1), ZQX_OK);
+    ASSERT_EQ(writer.SetProgramId(id), ZQX_OK);
+    ASSERT_EQ(writer.AddPicture(0, 1, cover), ZQX_OK);
+    ASSERT_EQ(writer.AddPcm16(silence.data(), silence.size()), ZQX_OK);
+    ASSERT_EQ(writer.Finish(), ZQX_OK);
+}
+
+// Chunks in file order, after the 64-byte header; each has a 16-byte header
+// whose last 8 bytes hold the payload length.
+constexpr int kPictureChunk = 2;
+constexpr int kIndexChunk = 3;
+
+void FlipByte(const QString& path, qint64 offset)
+{
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+    QByteArray bytes = file.readAll();
+    ASSERT_LT(offset, bytes.size());
+    bytes[offset] = static_cast<char>(bytes[offset] ^ 0x01);
+    file.seek(0);
+    file.write(bytes);
+}
+
+void DamageChunk(const QString& path, int chunk, qint64 intoPayload)
+{
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QByteArray bytes = file.readAll();
+    qint64 at = 64;
+    for (int i = 0; i < chunk; ++i)
+        at += 16 + qFromLittleEndian<qint64>(bytes.constData() + at + 8);
+    file.close();
+    FlipByte(path, at + 16 + intoPayload);
+}
+
+QString DamagedBoxText(const QString& path)
+{
+    return QString::asprintf(qPrintable(LoadString(Str::ProgramDamaged)), path.toUtf8().constData());
+}
+
+// Bytes the C allocator has handed out; with sanitizers it may not see them at all.
+std::size_t HeapInUse()
+{
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
+
+bool HeapCountsAllocations()
+{
+    constexpr std::size_t kProbeBytes = 1 << 20;
+    const std::size_t before = HeapInUse();
+    std::vector<char> probe(kProbeBytes, 1);
+    return HeapInUse() >= before + kProbeBytes;
+}
 
 TEST_F(ProgramLibraryTest, FindsProgramsInSearchOrderAndOnlyTwoLevelsBelowMusic)
 {
@@ -210,6 +277,74 @@ TEST_F(ProgramLibraryTest, DeletionThatCannotHappenChangesNothing)
     EXPECT_EQ(library->Count(), 1);
     EXPECT_EQ(device.messages().size(), 1);
     EXPECT_FALSE(library->RemoveEntryAt(1));
+}
+
+// Discovery reads each file's head only: a program whose cover or index is
+// damaged is listed, and refused as damaged when it is opened to play; one
+// whose header is damaged is skipped, as before.
+TEST_F(ProgramLibraryTest, DamageBeyondTheHeadIsFoundWhenTheProgramIsOpened)
+{
+    const QString cover = At(QStringLiteral("app/a-cover.zq"));
+    const QString header = At(QStringLiteral("app/b-header.zq"));
+    const QString index = At(QStringLiteral("app/c-index.zq"));
+    MakeProgramWithCover(cover, "COVER", 1000);
+    MakeProgramWithCover(header, "HEADER", 1000);
+    MakeProgramWithCover(index, "INDEX", 1000);
+    DamageChunk(cover, kPictureChunk, 100);
+    FlipByte(header, 20); // the channel count, under the header's checksum
+    DamageChunk(index, kIndexChunk, 6);
+
+    ASSERT_TRUE(library->RefreshAll());
+    ASSERT_EQ(Paths(), (QStringList{cover, index}));
+    EXPECT_EQ(library->At(0).GetPictureCount(), 1);
+    EXPECT_TRUE(library->At(0).GetCoverPicture().empty());
+    EXPECT_FALSE(library->At(0).IsOpen());
+    library->SelectProgram(1);
+    EXPECT_FALSE(library->At(1).IsOpen());
+    const QStringList boxes = device.messages();
+    ASSERT_EQ(boxes.size(), 2);
+    EXPECT_TRUE(boxes[0].contains(DamagedBoxText(cover))) << boxes[0].toStdString();
+    EXPECT_TRUE(boxes[1].contains(DamagedBoxText(index))) << boxes[1].toStdString();
+}
+
+// The library counts a program's pictures but does not keep them: a cover is
+// read from its file when it is shown.
+TEST_F(ProgramLibraryTest, EntriesHoldNoPictureBytes)
+{
+    constexpr std::size_t kCoverBytes = 2 << 20;
+    constexpr int kPrograms = 8;
+    for (int i = 0; i < kPrograms; ++i)
+        MakeProgramWithCover(At(QStringLiteral("music/Author/Title %1/p.zq").arg(i)), "P" + std::to_string(i),
+                             kCoverBytes);
+    if (!HeapCountsAllocations())
+        GTEST_SKIP() << "the C allocator's counters do not see this build's allocations";
+    const std::size_t before = HeapInUse();
+    ASSERT_TRUE(library->RefreshAll());
+    const std::size_t after = HeapInUse();
+    ASSERT_EQ(library->Count(), kPrograms);
+    EXPECT_EQ(library->At(kPrograms - 1).GetPictureCount(), 1);
+    EXPECT_EQ(library->At(kPrograms - 1).GetCoverPicture().size(), kCoverBytes);
+    // The whole list, the open first program included, takes less than one cover.
+    EXPECT_LT(after, before + kCoverBytes);
+}
+
+// A found program loads its stored state before its metadata, while its key is
+// still empty, so every entry starts with what is stored under the empty key.
+TEST_F(ProgramLibraryTest, FoundProgramsStartWithTheStateStoredUnderTheEmptyKey)
+{
+    ProgramFile unkeyed{QString()};
+    unkeyed.bookmarks = {{u"Stored", 1500}};
+    ASSERT_TRUE(store->SaveProgramState(unkeyed));
+    MakeProgram(At(QStringLiteral("app/a.zq")), {.id = "A"});
+    MakeProgram(At(QStringLiteral("app/b.zq")), {.id = "B"});
+
+    ASSERT_TRUE(library->RefreshAll());
+    ASSERT_EQ(library->Count(), 2);
+    EXPECT_EQ(library->At(1).bookmarks, unkeyed.bookmarks);
+    library->Clear();
+    library->ScanFolderFlat(At(QStringLiteral("app")));
+    ASSERT_EQ(library->Count(), 2);
+    EXPECT_EQ(library->At(1).bookmarks, unkeyed.bookmarks);
 }
 
 TEST(PositionSideFileTest, ReplacesZqBeforeZqx)
