@@ -4,6 +4,7 @@
 #include "platform/Trace.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QString>
 #include <cerrno>
 #include <cstdio>
@@ -184,6 +185,11 @@ bool IniFile::Load(std::u16string_view path)
     auto traceFailure = [&](std::int32_t code) {
         Trace("Failed to open INI file '%s'. Error %d\n", name.toUtf8().constData(), code);
     };
+    // A folder opens for reading here but never did where skins come from.
+    if (QFileInfo(name).isDir()) {
+        traceFailure(ERROR_ACCESS_DENIED);
+        return false;
+    }
     errno = 0;
     std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(encoded.constData(), "rb"), std::fclose);
     if (!file) {
