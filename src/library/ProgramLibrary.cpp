@@ -52,7 +52,8 @@ QString AppName()
 // A fresh entry loads its stored state before its metadata, while its key is
 // still empty, so every entry of a search reads one and the same record.  A
 // search reads it once, when it starts, and gives each entry a copy, instead
-// of asking the registry again for every file.
+// of asking the registry again for every file; the folder scans inside a
+// RefreshAll or ScanForSync belong to that one search.
 class ProgramLibrary::SearchScope {
 public:
     explicit SearchScope(ProgramLibrary& library) : library_(library), outermost_(!library.searchBookmarks_)
@@ -154,6 +155,7 @@ void ProgramLibrary::ScanFolderFlat(const QString& folder)
 {
     if (folder.isEmpty())
         return;
+    const SearchScope search(*this);
     const QString base = WithSlash(folder);
     for (const QString& name : ListNames(base, true))
         ProcessFoundFile(base + name);
@@ -163,6 +165,7 @@ void ProgramLibrary::ScanFolderTwoLevel(const QString& folder)
 {
     if (folder.isEmpty())
         return;
+    const SearchScope search(*this);
     const QString base = WithSlash(folder);
     // Every name counts as a folder; a plain file simply lists nothing below it.
     for (const QString& first : ListNames(base)) {
@@ -180,11 +183,8 @@ void ProgramLibrary::ProcessFoundFile(const QString& path)
     auto entry = std::make_unique<ProgramFile>(path);
     entry->inMainMemory = !IsOnStorageCard(path);
     // Before the metadata, while the key is still empty: the real bookmarks
-    // are read when the program is opened.
-    if (searchBookmarks_)
-        entry->bookmarks = *searchBookmarks_;
-    else
-        store_.LoadProgramState(*entry);
+    // are read when the program is opened.  Every search holds that state.
+    entry->bookmarks = searchBookmarks_.value();
     if (entry->ReadMetadata() != ZQX_OK)
         return;
     if (paths_.contains(path))

@@ -123,7 +123,7 @@ private:
     std::int32_t currentIndex_ = -1;
     QStringList cardNames_;
     std::vector<StorageCard> cardsFound_;
-    // While a RefreshAll or ScanForSync runs: what loading a fresh entry's state gives.
+    // While a search runs: what loading a fresh entry's state gives.
     std::optional<std::vector<Bookmark>> searchBookmarks_;
 };
 
