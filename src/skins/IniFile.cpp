@@ -49,8 +49,9 @@ bool KeepLine(std::u16string& line)
     return true;
 }
 
-// The text widened to 16-bit characters and cut into the lines that survive.
-std::vector<std::u16string> SplitLines(std::span<const std::uint8_t> bytes)
+// Hands each line that survives to use, in order, as the text is widened to
+// 16-bit characters; only one line is held at a time.
+template <typename Use> void ForEachLine(std::span<const std::uint8_t> bytes, Use use)
 {
     const bool wide = bytes.size() >= 2 && (bytes[0] | bytes[1] << 8) == kByteOrderMark;
     const std::size_t count = wide ? bytes.size() / 2 : bytes.size();
@@ -61,7 +62,6 @@ std::vector<std::u16string> SplitLines(std::span<const std::uint8_t> bytes)
         return char16_t(std::int16_t(std::int8_t(bytes[i])));
     };
 
-    std::vector<std::u16string> lines;
     std::u16string line;
     for (std::size_t i = 0; i < count; ++i) {
         const char16_t c = at(i);
@@ -72,11 +72,10 @@ std::vector<std::u16string> SplitLines(std::span<const std::uint8_t> bytes)
         if (i + 1 < count && at(i + 1) == kLineFeed)
             ++i;
         if (KeepLine(line))
-            lines.push_back(std::move(line));
+            use(line);
         line.clear();
     }
     // Whatever follows the last carriage return is never committed.
-    return lines;
 }
 
 bool IsHexDigit(char16_t c)
@@ -150,29 +149,27 @@ bool IniFile::LoadBytes(std::span<const std::uint8_t> bytes)
 {
     if (bytes.empty() || bytes.size() > kMaxFileBytes)
         return false;
-    const std::vector<std::u16string> lines = SplitLines(bytes);
-
     Section current;
     auto commit = [&] {
         if (!current.name.empty())
             sections_.push_back(std::move(current));
         current = Section();
     };
-    for (const std::u16string& line : lines) {
+    ForEachLine(bytes, [&](const std::u16string& line) {
         if (line.front() == u'[') {
             if (line.find(u']') == std::u16string::npos)
-                continue;
+                return;
             commit();
             // The last character is taken for the "]" whatever it is.
             current.name = line.substr(1, line.size() - 2);
-            continue;
+            return;
         }
         const std::size_t equals = line.find(u'=');
         // Before the first header there is no section to hold the key.
         if (equals == std::u16string::npos || current.name.empty())
-            continue;
+            return;
         current.entries.push_back({line.substr(0, equals), line.substr(equals + 1)});
-    }
+    });
     commit();
     loaded_ = true;
     return true;

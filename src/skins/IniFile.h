@@ -49,8 +49,9 @@ public:
     // GetString's default inside GetNumber: a value equal to it counts as absent.
     static constexpr std::u16string_view kDefaultMarker = u"<Default string>";
     // Skin files are a few kilobytes; anything far larger is not one, and is
-    // refused before a buffer of its size is allocated.
-    static constexpr std::size_t kMaxFileBytes = 16 * 1024 * 1024;
+    // refused before a buffer of its size is allocated.  A megabyte of short
+    // key lines already holds tens of megabytes once split into entries.
+    static constexpr std::size_t kMaxFileBytes = 1024 * 1024;
     // The number callers use for "not given": eight F digits or -1.
     static constexpr std::int32_t kNotGiven = -1;
 
