@@ -182,8 +182,10 @@ bool IniFile::Load(std::u16string_view path)
     auto traceFailure = [&](std::int32_t code) {
         Trace("Failed to open INI file '%s'. Error %d\n", name.toUtf8().constData(), code);
     };
-    // A folder opens for reading here but never did where skins come from.
-    if (QFileInfo(name).isDir()) {
+    // A folder opens for reading here, and a pipe would wait for a writer;
+    // neither ever opened as a file where skins come from.
+    const QFileInfo info(name);
+    if (info.exists() && !info.isFile()) {
         traceFailure(ERROR_ACCESS_DENIED);
         return false;
     }

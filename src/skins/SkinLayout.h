@@ -40,8 +40,8 @@ namespace talvo {
 // beyond them; within them widths and heights fit in 32 bits (squared
 // distances of the round buttons need 64).
 inline constexpr std::int32_t kSkinCoordinateLimit = 32767;
-// Display names and INI paths were held in buffers of 260 characters with
-// their terminator.
+// Display names were held in buffers of 260 characters with their
+// terminator.  Paths are not cut: Linux paths run longer.
 inline constexpr std::size_t kMaxSkinNameChars = 259;
 // Face names were held in 32 characters with their terminator.
 inline constexpr std::size_t kMaxFontFaceChars = 31;
