@@ -63,9 +63,16 @@ std::optional<char32_t> NextUtf8(const std::string& text, size_t& i)
 
 std::optional<std::string> Utf16ToUtf8(const std::u16string& text)
 {
-    std::string out;
-    out.reserve(text.size());
-    for (size_t i = 0; i < text.size(); ++i) {
+    // Paths are mostly ASCII, and a library search converts one per file: the
+    // ASCII run at the start is copied in one pass.
+    size_t ascii = 0;
+    while (ascii < text.size() && text[ascii] < 0x80)
+        ++ascii;
+    std::string out(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(ascii));
+    if (ascii == text.size())
+        return out;
+    out.reserve(text.size() * 3);
+    for (size_t i = ascii; i < text.size(); ++i) {
         char32_t c = text[i];
         if (c >= 0xD800 && c <= 0xDBFF) {
             if (i + 1 >= text.size() || text[i + 1] < 0xDC00 || text[i + 1] > 0xDFFF)
