@@ -278,7 +278,10 @@ void QueuedWaveOut::CollectHeard(std::uint64_t heardFrames, std::vector<WAVEHDR*
         }
         ++due;
     }
-    if (due == 0 || (misbehaviour_.burst != 0 && due < misbehaviour_.burst)) {
+    // A stalled device catches up once it has nothing more to play, so a burst
+    // shorter than asked for still goes out at the end.
+    const bool moreToCome = !queue_.empty() || !playing_.empty();
+    if (due == 0 || (misbehaviour_.burst != 0 && due < misbehaviour_.burst && moreToCome)) {
         return;
     }
     for (auto it = heard_.begin(); it != heard_.end() && due > 0;) {

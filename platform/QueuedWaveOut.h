@@ -32,7 +32,8 @@ namespace talvo {
 // Simulated faults of a device's completions; all zero means none.
 struct WaveOutMisbehaviour {
     std::uint32_t lateMs = 0; // each completion arrives this long after its buffer was heard; playing goes on
-    std::uint32_t burst = 0;  // completions held back and delivered this many at a time
+    std::uint32_t burst =
+        0; // completions held back and delivered this many at a time, or fewer once the queue runs dry
     std::uint32_t missEvery = 0; // every Nth completion never arrives
 };
 

@@ -118,17 +118,12 @@ public:
 //                              plays to a WAV file of the opened format
 // OPTIONs, for tests of the player's refill path (null and capture only):
 //   late=MS   every completion arrives MS milliseconds after its buffer ended
-//   burst=N   completions are held back and delivered N at a time
+//   burst=N   completions are held back and delivered N at a time (the
+//             last few go out together once nothing more is queued)
 //   miss=N    the completion of every Nth buffer never arrives (Reset or
 //             Close still returns that buffer)
 // Returns nullptr, with a reason in *error, for a value it does not understand.
 std::unique_ptr<WaveOut> CreateWaveOut(std::string_view choice, std::string* error = nullptr);
-
-// The output the player uses after the chosen one failed to open: a null
-// device at real time that starts with the failed device's volume.  The player
-// says once that audio is unavailable and then plays silently on this, so that
-// positions and the end of a program still advance.
-std::unique_ptr<WaveOut> FallbackToNull(const WaveOut& failed);
 
 // Audio frame size for a format: channels x bits / 8.
 inline constexpr std::uint32_t WaveFrameBytes(const WAVEFORMATEX& format)

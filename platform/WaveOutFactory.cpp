@@ -126,14 +126,4 @@ std::unique_ptr<WaveOut> CreateWaveOut(std::string_view choice, std::string* err
     return out;
 }
 
-std::unique_ptr<WaveOut> FallbackToNull(const WaveOut& failed)
-{
-    auto out = std::make_unique<NullWaveOut>();
-    DWORD volume = 0;
-    if (failed.GetVolume(&volume) == MMSYSERR_NOERROR) {
-        out->SetVolume(volume);
-    }
-    return out;
-}
-
 } // namespace talvo

@@ -71,6 +71,7 @@ MMRESULT ManualWaveOut::Close()
 MMRESULT ManualWaveOut::SetVolume(DWORD volume)
 {
     volume_ = volume;
+    ++volumeSets_;
     return MMSYSERR_NOERROR;
 }
 

@@ -26,6 +26,7 @@ public:
     bool CompleteNext();
     std::size_t QueuedCount() const { return queue_.size(); }
     const WAVEFORMATEX& OpenedFormat() const { return format_; }
+    int VolumeSetCount() const { return volumeSets_; }
     // The next call of that operation fails with the code, once.
     void FailNextOpen(MMRESULT code) { failOpen_ = code; }
     void FailNextWrite(MMRESULT code) { failWrite_ = code; }
@@ -35,6 +36,7 @@ private:
     WAVEFORMATEX format_{};
     DoneCallback done_;
     DWORD volume_ = 0xFFFFFFFF;
+    int volumeSets_ = 0;
     std::deque<WAVEHDR*> queue_;
     MMRESULT failOpen_ = MMSYSERR_NOERROR;
     MMRESULT failWrite_ = MMSYSERR_NOERROR;

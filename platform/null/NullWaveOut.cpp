@@ -72,7 +72,10 @@ MMRESULT NullWaveOut::DeviceOpen(const WAVEFORMATEX& format)
 {
     chunkFrames_ = speed_ > 0 ? std::max<std::uint32_t>(1, format.nSamplesPerSec / kChunksPerSecond)
                               : kUnpacedChunkFrames;
-    playedUntil_ = Clock::now();
+    clock_.reset();
+    if (speed_ > 0) {
+        clock_.emplace(format.nSamplesPerSec, speed_);
+    }
     if (capturePath_.empty()) {
         return MMSYSERR_NOERROR;
     }
@@ -99,16 +102,8 @@ std::uint32_t NullWaveOut::DeviceChunkFrames() const
 
 std::uint32_t NullWaveOut::DevicePlay(const std::uint8_t* frames, std::uint32_t frameCount)
 {
-    if (speed_ > 0) {
-        // Pace against a running deadline rather than sleeping per piece, so
-        // that wake-up latency does not add up; after an idle gap start afresh.
-        const auto now = Clock::now();
-        if (playedUntil_ < now) {
-            playedUntil_ = now;
-        }
-        const double seconds = double(frameCount) / Format().nSamplesPerSec / speed_;
-        playedUntil_ += std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
-        if (!WaitUntil(playedUntil_)) {
+    if (clock_) {
+        if (!WaitUntil(clock_->Schedule(frameCount, Clock::now()))) {
             return 0; // reset or closed before this piece was heard
         }
     } else if (StopRequested()) {
@@ -126,7 +121,9 @@ std::uint32_t NullWaveOut::DevicePlay(const std::uint8_t* frames, std::uint32_t 
 
 void NullWaveOut::DeviceDrop()
 {
-    playedUntil_ = Clock::now();
+    if (clock_) {
+        clock_->Restart();
+    }
     FinishCaptureHeader();
 }
 

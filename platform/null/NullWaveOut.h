@@ -4,8 +4,10 @@
 // same queue, callback and Reset path as the ALSA output.  It can also write
 // everything it plays to a WAV file, and misbehave on request.
 #include "platform/QueuedWaveOut.h"
+#include "platform/null/PlaybackClock.h"
 
 #include <cstdio>
+#include <optional>
 #include <string>
 
 namespace talvo {
@@ -39,7 +41,7 @@ private:
     WAVEFORMATEX captureFormat_{};
     std::uint32_t captureDataBytes_ = 0;
     std::uint32_t chunkFrames_ = 0;
-    Clock::time_point playedUntil_{}; // when the last handed-over frame has been "heard"
+    std::optional<PlaybackClock> clock_; // none when unpaced
 };
 
 } // namespace talvo

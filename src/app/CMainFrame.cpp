@@ -329,7 +329,7 @@ LRESULT CMainFrame::WindowProc(UINT message, WPARAM wParam, LPARAM lParam)
     case WM_COPYDATA:
         return onCopyData(reinterpret_cast<const COPYDATASTRUCT*>(lParam));
     case MM_WOM_DONE:
-        audio_.OnBufferDone(reinterpret_cast<WAVEHDR*>(lParam));
+        audio_.OnBufferDone(wParam, reinterpret_cast<WAVEHDR*>(lParam));
         audio_.slotCounter = (audio_.slotCounter + 1) % AudioOutput::kSlotCount;
         ResetSystemIdleTimer();
         return 0;
@@ -394,9 +394,8 @@ bool CMainFrame::onCommand(std::uint16_t id)
         initialLoad();
         return true;
     case Command::Preferences: {
+        // The dialog posts 40001 to this window itself at every slider move.
         PreferencesDialog dialog(settings_, this);
-        connect(&dialog, &PreferencesDialog::volumeChanged, this,
-                [this] { PostCommand(Command::UpdateVolume); });
         dialog.exec();
         return true;
     }
@@ -802,9 +801,14 @@ void CMainFrame::RedrawDisplay()
 
 void CMainFrame::RedrawPosition()
 {
-    if (ProgramFile* program = library_.Current())
-        audio_.lastPositionMs = program->Position();
-    RedrawDisplay();
+    ProgramFile* program = library_.Current();
+    if (!program) {
+        RedrawDisplay();
+        return;
+    }
+    // Runs at every refill: only the texts a new position can change.
+    audio_.lastPositionMs = program->Position();
+    display_->ShowPosition(*program, audio_.lastPositionMs);
 }
 
 void CMainFrame::DrawButton(std::uint16_t command, bool pressed)

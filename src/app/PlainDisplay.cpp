@@ -23,6 +23,11 @@ PlainDisplay::PlainDisplay(QWidget* parent)
     position_->setFont(big);
     for (QLabel* label : {position_, total_, section_, volume_})
         label->setAlignment(Qt::AlignCenter);
+    title_->setObjectName(QStringLiteral("title"));
+    position_->setObjectName(QStringLiteral("position"));
+    total_->setObjectName(QStringLiteral("total"));
+    section_->setObjectName(QStringLiteral("section"));
+    volume_->setObjectName(QStringLiteral("volume"));
     layout->addStretch();
     layout->addWidget(title_);
     layout->addWidget(position_);
@@ -37,22 +42,33 @@ void PlainDisplay::Show(const ProgramFile* program, std::uint32_t positionMs, in
 {
     if (program) {
         title_->setText(QString::fromStdU16String(program->GetTitle()));
-        position_->setText(FormatHms(program->timeOffsetMs + positionMs));
         total_->setText(QString::asprintf(qPrintable(LoadString(Str::TotalTime)),
                                           static_cast<int>(program->DisplayLength() / 3600000),
                                           static_cast<int>(program->DisplayLength() / 60000 % 60),
                                           static_cast<int>(program->DisplayLength() / 1000 % 60)));
-        int count = program->SectionCount();
-        section_->setText(count > 0 ? QString::asprintf(qPrintable(LoadString(Str::SectionOf)),
-                                                        program->CurrentSection() + 1, count)
-                                    : QString());
+        ShowPosition(*program, positionMs);
     } else {
         title_->setText(LoadString(Str::NoPrograms));
         position_->setText(FormatHms(0));
         total_->clear();
         section_->clear();
+        shownSection_ = shownSectionCount_ = 0;
     }
     volume_->setText(volumePercent >= 0 ? FormatString(Str::PrefsVolumePercent, volumePercent) : QString());
+}
+
+void PlainDisplay::ShowPosition(const ProgramFile& program, std::uint32_t positionMs)
+{
+    position_->setText(FormatHms(program.timeOffsetMs + positionMs));
+    const int count = program.SectionCount();
+    const int section = count > 0 ? program.CurrentSection() + 1 : 0;
+    if (section != shownSection_ || count != shownSectionCount_) {
+        shownSection_ = section;
+        shownSectionCount_ = count;
+        section_->setText(count > 0
+                              ? QString::asprintf(qPrintable(LoadString(Str::SectionOf)), section, count)
+                              : QString());
+    }
 }
 
 void PlainDisplay::ShowPressed(std::uint16_t, bool pressed)

@@ -17,6 +17,8 @@ public:
 
     // volumePercent < 0 hides the volume indicator.
     void Show(const ProgramFile* program, std::uint32_t positionMs, int volumePercent);
+    // Only the position and the section, for a program already shown.
+    void ShowPosition(const ProgramFile& program, std::uint32_t positionMs);
     void ShowPressed(std::uint16_t command, bool pressed);
 
     QString TitleText() const;
@@ -31,6 +33,8 @@ private:
     QLabel* total_;
     QLabel* section_;
     QLabel* volume_;
+    int shownSection_ = 0; // one-based; 0 with no sections
+    int shownSectionCount_ = 0;
 };
 
 } // namespace talvo

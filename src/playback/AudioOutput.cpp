@@ -82,18 +82,21 @@ bool AudioOutput::openDevice(const WAVEFORMATEX& format)
 {
     if (!wave_)
         wave_ = makeWaveOut_();
-    auto done = [this](WAVEHDR* header) {
-        window_.PostMessage(MM_WOM_DONE, 0, reinterpret_cast<LPARAM>(header));
+    // Every opening is a new device handle, and its notices carry it: a notice
+    // of an earlier opening that is still queued when playback restarts inside
+    // one handler points into buffers that may be gone, and must be ignored.
+    const WPARAM handle = ++openCount_;
+    auto done = [this, handle](WAVEHDR* header) {
+        window_.PostMessage(MM_WOM_DONE, handle, reinterpret_cast<LPARAM>(header));
     };
-    MMRESULT result = wave_ ? wave_->Open(format, done) : MMSYSERR_NODRIVER;
-    if (result == MMSYSERR_NOERROR || fellBackToNull_)
-        return result == MMSYSERR_NOERROR;
-    // No sound device: say so once, then play on a silent device so positions
-    // and the end of a program still advance, instead of failing every Play.
-    reportDeviceError(result);
-    fellBackToNull_ = true;
-    wave_ = wave_ ? FallbackToNull(*wave_) : CreateWaveOut("null");
-    return wave_ && wave_->Open(format, done) == MMSYSERR_NOERROR;
+    const MMRESULT result = wave_ ? wave_->Open(format, done) : MMSYSERR_NODRIVER;
+    if (result != MMSYSERR_NOERROR) {
+        // Playback stays stopped: playing on in silence would run the position
+        // on and lose the listener's place in every program.
+        reportDeviceError(result);
+        return false;
+    }
+    return true;
 }
 
 int AudioOutput::StartOrStop()
@@ -136,6 +139,7 @@ int AudioOutput::StartOrStop()
 bool AudioOutput::Prime()
 {
     queuedCount_ = 0;
+    endOfProgramPosted_ = false;
     ProgramFile* program = library_.Current();
     WAVEFORMATEX format{};
     if (!program || !program->WaveFormat(&format) || block_.empty())
@@ -174,9 +178,9 @@ bool AudioOutput::Prime()
     return true;
 }
 
-void AudioOutput::OnBufferDone(WAVEHDR* header)
+void AudioOutput::OnBufferDone(WPARAM device, WAVEHDR* header)
 {
-    if (!waveOpen_)
+    if (!waveOpen_ || device != openCount_)
         return;
     if (MMRESULT result = wave_->UnprepareHeader(header, sizeof(WAVEHDR)); result != MMSYSERR_NOERROR)
         Trace("waveOutUnprepareHeader failed with error %d.", static_cast<int>(result));
@@ -192,8 +196,13 @@ void AudioOutput::OnBufferDone(WAVEHDR* header)
         program->DecodeBlock(reinterpret_cast<std::uint8_t*>(header->lpData),
                              kUnitsPerBuffer * program->DecodeUnit(), &header->dwBufferLength);
         if (header->dwBufferLength == 0) {
-            // The end of the program.
-            window_.PostCommand(Command::NextProgram);
+            // The end of the program.  The other buffers in flight come back
+            // empty too, and a burst of them must not skip programs: one end
+            // advances the library by one.
+            if (!endOfProgramPosted_) {
+                endOfProgramPosted_ = true;
+                window_.PostCommand(Command::NextProgram);
+            }
             return;
         }
         header->dwBytesRecorded = 0;
@@ -237,6 +246,8 @@ bool AudioOutput::Stop()
     if (ProgramFile* program = library_.Current()) {
         // Rewind by what was decoded but not heard; the buffer-done notices of
         // the reset buffers are still waiting, so the queued count is exact.
+        // A stop in the first seconds rewinds to 0: an unsigned difference
+        // would wrap to the end of the program.
         std::uint32_t position = program->Position();
         std::uint32_t rewind =
             kRewindPerQueuedBufferMs * static_cast<std::uint32_t>(std::max(queuedCount_, 0));

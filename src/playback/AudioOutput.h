@@ -5,6 +5,7 @@
 // thread; the device's completion callback only posts MM_WOM_DONE to the main
 // window, whose handler calls OnBufferDone.
 #include "platform/KeepAwake.h"
+#include "platform/MessageWindow.h"
 #include "platform/WaveOut.h"
 
 #include <QString>
@@ -35,7 +36,8 @@ public:
 
     int StartOrStop();
     bool Prime();
-    void OnBufferDone(WAVEHDR* header);
+    // device: the handle the notice came with; notices of an earlier opening are ignored.
+    void OnBufferDone(WPARAM device, WAVEHDR* header);
     bool Stop();
     void ResetAndDrain();
     void SetVolume(DWORD level);
@@ -68,7 +70,8 @@ private:
     std::function<std::unique_ptr<WaveOut>()> makeWaveOut_;
     std::unique_ptr<WaveOut> wave_;
     bool waveOpen_ = false;
-    bool fellBackToNull_ = false;
+    WPARAM openCount_ = 0; // the handle of the latest opening, carried by its notices
+    bool endOfProgramPosted_ = false;
     // Four slots, each a header followed by its PCM; vector storage is aligned for the headers.
     std::vector<std::uint8_t> block_;
     std::uint32_t bufferSize_ = 0;

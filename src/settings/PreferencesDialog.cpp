@@ -201,7 +201,6 @@ void PreferencesDialog::OnSliderMoved(int percent)
 {
     settings_.SetVolumePercent(static_cast<DWORD>(percent));
     percent_->setText(PercentText(percent));
-    emit volumeChanged();
     if (auto* window = qobject_cast<MessageWindow*>(parentWidget()))
         window->PostCommand(Command::UpdateVolume);
 }

@@ -11,7 +11,7 @@
 //
 // Contract:
 // - Every move of the slider stores the volume at once (SetVolumePercent),
-//   shows it as "%d%%", emits volumeChanged() and posts WM_COMMAND 40001 to
+//   shows it as "%d%%" and posts WM_COMMAND 40001, once, to
 //   the parent when the parent is a MessageWindow (the main window), which
 //   then applies the stored volume.  Cancel therefore keeps the new volume.
 // - OK and Done store the slider's volume, the power-off time (0xFFFFFFFF
@@ -44,10 +44,6 @@ public:
 
     void accept() override;
     void reject() override;
-
-signals:
-    // The stored volume has just changed.
-    void volumeChanged();
 
 private:
     void BuildPocketPc();

@@ -4,7 +4,11 @@
 #include "app/CommandIds.h"
 #include "app/FileAssociation.h"
 
+#include <QApplication>
 #include <QKeyEvent>
+#include <QLabel>
+#include <QSlider>
+#include <QTimer>
 
 namespace talvo::test {
 namespace {
@@ -151,22 +155,43 @@ TEST_F(MainWindow, RemoteControlRewindCodeStartsTheForwardScan)
     EXPECT_FALSE(frame_->IsTimerRunning(Timer::FastForwardHold));
 }
 
-TEST_F(MainWindow, WithoutASoundDeviceSaysSoOnceAndPlaysOnTheSimulatedOutput)
+TEST_F(MainWindow, EachVolumeSliderMoveInPreferencesAppliesTheVolumeOnce)
 {
     WritePcmProgram(musicPath("Author/Book/book.zq"), "book", 60);
-    startPlayer([] {
-        auto wave = std::make_unique<ManualWaveOut>();
-        wave->FailNextOpen(MMSYSERR_BADDEVICEID);
-        return std::unique_ptr<WaveOut>(std::move(wave));
+    startPlayer();
+    frame_->SendCommand(Command::PlayStop);
+    const int before = manual_->VolumeSetCount();
+    QTimer::singleShot(0, [] {
+        QWidget* dialog = QApplication::activeModalWidget();
+        ASSERT_NE(dialog, nullptr);
+        dialog->findChild<QSlider*>("volumeSlider")->setValue(70);
+        QCoreApplication::processEvents();
+        dialog->close();
     });
-    frame_->SendCommand(Command::PlayStop);
-    EXPECT_TRUE(frame_->Audio().IsPlaying());
-    frame_->SendCommand(Command::PlayStop);
-    frame_->SendCommand(Command::PlayStop);
-    EXPECT_TRUE(frame_->Audio().IsPlaying());
-    QStringList boxes = device_.messages();
-    ASSERT_EQ(boxes.size(), 1);
-    EXPECT_TRUE(boxes[0].contains("Device audio playback error 2 occured."));
+    frame_->SendCommand(Command::Preferences);
+    pump();
+    EXPECT_EQ(manual_->VolumeSetCount() - before, 1);
+    DWORD volume = 0;
+    manual_->GetVolume(&volume);
+    EXPECT_EQ(volume, 45874u * 0x10001u);
+}
+
+TEST_F(MainWindow, APositionUpdateRewritesOnlyThePositionTexts)
+{
+    WritePcmProgram(musicPath("Author/Book/book.zq"), "book", 60, {0, 30000});
+    startPlayer();
+    auto* title = frame_->findChild<QLabel*>("title");
+    auto* position = frame_->findChild<QLabel*>("position");
+    auto* section = frame_->findChild<QLabel*>("section");
+    ASSERT_TRUE(title && position && section);
+    EXPECT_EQ(section->text(), "Sec (1 of 2)");
+    title->setText("untouched");
+
+    current().Seek(31000);
+    frame_->SendCommand(Command::UpdatePosition);
+    EXPECT_EQ(position->text(), "00:00:31");
+    EXPECT_EQ(section->text(), "Sec (2 of 2)");
+    EXPECT_EQ(title->text(), "untouched");
 }
 
 TEST_F(MainWindow, HeldKeysRunTheirHoldOnceAndTheirReleaseEndsIt)

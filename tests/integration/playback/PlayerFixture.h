@@ -17,24 +17,35 @@
 
 namespace talvo::test {
 
-// A type-5 program at 1000 Hz mono in one-second packets, so every position a
-// seek can reach is a whole second.  Sample i of second s holds s * 7 + i % 5
-// so that any misplaced block shows up in a comparison.
+// The shape of a generated type-5 program.  Sample i of second s holds
+// base + s * 7 + i % 5 on every channel, so that any misplaced block shows up
+// in a comparison and programs made with different bases tell apart.
+struct PcmShape {
+    std::uint32_t rate = 1000;
+    std::uint16_t channels = 1;
+    std::int16_t base = 0;
+};
+
+// A type-5 program in one-second packets, so every position a seek can reach
+// is a whole second.
 inline QString WritePcmProgram(const QString& path, const std::string& id, int seconds,
-                               const std::vector<std::uint32_t>& sectionStartsMs = {})
+                               const std::vector<std::uint32_t>& sectionStartsMs = {}, PcmShape shape = {})
 {
     QDir().mkpath(QFileInfo(path).absolutePath());
     CZQXWriter writer;
-    EXPECT_EQ(writer.Create(path.toStdString(), ZQX_TYPE_PCM16, 1000, 1), ZQX_OK);
+    EXPECT_EQ(writer.Create(path.toStdString(), ZQX_TYPE_PCM16, shape.rate, shape.channels), ZQX_OK);
     writer.SetProgramId(id);
     writer.SetTitle("Program " + id);
     for (std::size_t i = 0; i < sectionStartsMs.size(); ++i)
         writer.AddSection(sectionStartsMs[i], "Section " + std::to_string(i + 1));
-    std::vector<std::int16_t> second(1000);
+    std::vector<std::int16_t> second(std::size_t{shape.rate} * shape.channels);
     for (int s = 0; s < seconds; ++s) {
-        for (int i = 0; i < 1000; ++i)
-            second[static_cast<std::size_t>(i)] = static_cast<std::int16_t>(s * 7 + i % 5);
-        EXPECT_EQ(writer.AddPacket(reinterpret_cast<const std::uint8_t*>(second.data()), 2000, 1000), ZQX_OK);
+        for (std::size_t i = 0; i < second.size(); ++i)
+            second[i] =
+                static_cast<std::int16_t>(shape.base + s * 7 + static_cast<int>(i / shape.channels % 5));
+        EXPECT_EQ(writer.AddPacket(reinterpret_cast<const std::uint8_t*>(second.data()),
+                                   static_cast<std::uint32_t>(second.size() * 2), shape.rate),
+                  ZQX_OK);
     }
     EXPECT_EQ(writer.Finish(), ZQX_OK);
     return path;

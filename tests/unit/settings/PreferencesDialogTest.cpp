@@ -107,8 +107,6 @@ TEST_F(PreferencesDialogTest, EverySliderMoveStoresAndPostsUpdateVolume)
 {
     CommandCounter mainWindow;
     auto* dialog = new PreferencesDialog(*store_, kPocketPc, 5, &mainWindow);
-    int changes = 0;
-    QObject::connect(dialog, &PreferencesDialog::volumeChanged, [&] { ++changes; });
     auto* slider = Child<QSlider>(*dialog, "volumeSlider");
 
     slider->setValue(70);
@@ -118,7 +116,6 @@ TEST_F(PreferencesDialogTest, EverySliderMoveStoresAndPostsUpdateVolume)
     EXPECT_EQ(store_->GetVolume(), 39321u);
     QApplication::processEvents();
     EXPECT_EQ(mainWindow.commands, (std::vector<int>{Command::UpdateVolume, Command::UpdateVolume}));
-    EXPECT_EQ(changes, 2);
 
     // Cancel undoes nothing: the volume was stored at the move.
     Child<QPushButton>(*dialog, "cancelButton")->click();
