@@ -30,7 +30,25 @@ enum class InstanceRequest : std::uint32_t {
 // or a private folder under the temporary folder when there is no runtime folder.
 QString InstanceSocketPath(const QString& windowClass);
 
-// The running player's end.
+// The right to be the running player for a window class: a lock on a file
+// beside the socket, held for the life of the process and released by the
+// kernel however the process ends.  Of any number of processes started at
+// once exactly one gets it; every other one hands its request to that one.
+class InstanceClaim {
+public:
+    InstanceClaim() = default;
+    InstanceClaim(const InstanceClaim&) = delete;
+    InstanceClaim& operator=(const InstanceClaim&) = delete;
+    ~InstanceClaim();
+
+    // True when this process now holds the claim (or already did).
+    bool TryClaim(const QString& windowClass);
+
+private:
+    int descriptor_ = -1;
+};
+
+// The running player's end.  Listen only after winning the InstanceClaim.
 class InstanceServer : public QObject {
     Q_OBJECT
 public:
@@ -41,7 +59,8 @@ public:
     ~InstanceServer() override;
 
     // Starts listening; false when another live player already listens there.
-    // A socket left behind by a dead process is replaced.
+    // A socket left behind by a dead process is replaced (safe because the
+    // caller holds the claim: no live player can be starting up beside it).
     bool Listen(const QString& windowClass, Handler handler);
 
     // Largest payload accepted: a path of any length the file system allows, with room to spare.

@@ -6,6 +6,8 @@
 #include <QStandardPaths>
 #include <QtEndian>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -35,7 +37,41 @@ QByteArray encodeHeader(std::uint32_t a, std::uint32_t b, std::uint32_t c, std::
     return header;
 }
 
+// The runtime folder is private to the user: nobody else may place a socket
+// or a lock there.
+QString makePrivateFolderFor(const QString& path)
+{
+    const QString folder = QFileInfo(path).absolutePath();
+    QDir().mkpath(folder);
+    ::chmod(QFile::encodeName(folder).constData(), 0700);
+    return folder;
+}
+
 } // namespace
+
+InstanceClaim::~InstanceClaim()
+{
+    if (descriptor_ >= 0)
+        ::close(descriptor_);
+}
+
+bool InstanceClaim::TryClaim(const QString& windowClass)
+{
+    if (descriptor_ >= 0)
+        return true;
+    const QString socketPath = InstanceSocketPath(windowClass);
+    makePrivateFolderFor(socketPath);
+    const QByteArray lockPath = QFile::encodeName(socketPath + QStringLiteral(".lock"));
+    const int descriptor = ::open(lockPath.constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (descriptor < 0)
+        return false;
+    if (::flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
+        ::close(descriptor);
+        return false;
+    }
+    descriptor_ = descriptor;
+    return true;
+}
 
 QString InstanceSocketPath(const QString& windowClass)
 {
@@ -54,9 +90,7 @@ InstanceServer::~InstanceServer() = default;
 bool InstanceServer::Listen(const QString& windowClass, Handler handler)
 {
     const QString path = InstanceSocketPath(windowClass);
-    const QString folder = QFileInfo(path).absolutePath();
-    QDir().mkpath(folder);
-    ::chmod(QFile::encodeName(folder).constData(), 0700);
+    makePrivateFolderFor(path);
 
     if (InstanceClient().Connect(windowClass, 500))
         return false;

@@ -15,7 +15,9 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QGuiApplication>
+#include <QThread>
 #include <cstdio>
 
 namespace talvo {
@@ -29,6 +31,32 @@ QString programFolder()
     if (QDir(beside).exists(QStringLiteral("Skins")))
         return beside;
     return QStringLiteral(TALVO_INSTALL_DATADIR);
+}
+
+// How long a new process waits for a player that holds the claim but does not
+// answer yet (it may still be starting), and how often it looks.
+constexpr int kWaitForRunningPlayerMs = 20000;
+constexpr int kConnectTryMs = 200;
+constexpr int kClaimRetryMs = 25;
+
+enum class InstanceRole { Player, HandOver, NoAnswer };
+
+// Settles whether this process becomes the player or hands over: claiming is
+// the test, so of processes started at the same moment exactly one plays.  A
+// player that is closing gives up its claim only when it ends; until then its
+// socket is gone, so the loop tries the claim again.
+InstanceRole settleInstanceRole(InstanceClaim& claim, InstanceClient& running, const QString& windowClass)
+{
+    QElapsedTimer waited;
+    waited.start();
+    do {
+        if (claim.TryClaim(windowClass))
+            return InstanceRole::Player;
+        if (running.Connect(windowClass, kConnectTryMs))
+            return InstanceRole::HandOver;
+        QThread::msleep(kClaimRetryMs);
+    } while (waited.elapsed() < kWaitForRunningPlayerMs);
+    return InstanceRole::NoAnswer;
 }
 
 // A second instance: hand the file over, then bring the running player to the front.
@@ -102,9 +130,17 @@ int RunPlayer(const QStringList& arguments)
 
     const QString windowClass = QString::fromUtf16(kMainWindowClass);
     const QString file = ParseFileArgument(arguments);
+    InstanceClaim claim;
     InstanceClient running;
-    if (running.Connect(windowClass))
+    switch (settleInstanceRole(claim, running, windowClass)) {
+    case InstanceRole::Player:
+        break;
+    case InstanceRole::HandOver:
         return handOver(running, file);
+    case InstanceRole::NoAnswer:
+        std::fprintf(stderr, "talvoplayer: another player is running but does not answer; try again later\n");
+        return 1;
+    }
 
     CMainFrame frame({*registry, programFolder(), file, waveOutFactory()});
     // Signals first: whoever can find the player may also end it at once.

@@ -148,5 +148,47 @@ TEST_F(PlayerProcess, PositionAndBookmarksSurviveARestart)
     EXPECT_EQ(readString(bookmarks, u"Count"), "2");
 }
 
+TEST_F(PlayerProcess, OfPlayersStartedAtTheSameMomentExactlyOneStaysUp)
+{
+    WritePcmProgram(device_.path("music/Author/A/a.zq"), "a", 30);
+    OpenSqliteRegistry(device_.registryPath().toStdString()); // the store exists, as on a used device
+    constexpr int kRounds = 4;
+    constexpr int kPlayers = 5;
+    for (int round = 0; round < kRounds; ++round) {
+        std::vector<std::unique_ptr<QProcess>> players;
+        for (int i = 0; i < kPlayers; ++i) {
+            players.push_back(std::make_unique<QProcess>());
+            players.back()->start(kPlayer, QStringList{});
+        }
+        // Those that hand over exit at once; the player stays and answers.
+        const auto finished = [&] {
+            return std::count_if(players.begin(), players.end(),
+                                 [](const auto& p) { return p->state() == QProcess::NotRunning; });
+        };
+        for (int wait = 0; wait < 600; ++wait) {
+            if (finished() >= kPlayers - 1 &&
+                InstanceClient().Connect(QStringLiteral("TalvoPlayerMainWnd"), 100))
+                break;
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
+            QThread::msleep(50);
+        }
+        const auto stayingCount = kPlayers - finished();
+        EXPECT_EQ(stayingCount, 1) << "round " << round;
+        for (auto& player : players) {
+            if (player->state() == QProcess::NotRunning) {
+                EXPECT_EQ(player->exitCode(), 0) << player->readAllStandardError().toStdString();
+            }
+        }
+        for (auto& player : players) {
+            if (player->state() != QProcess::NotRunning) {
+                ::kill(static_cast<pid_t>(player->processId()), SIGTERM);
+                EXPECT_TRUE(player->waitForFinished(20000));
+            }
+        }
+        if (stayingCount != 1)
+            break;
+    }
+}
+
 } // namespace
 } // namespace talvo::test
