@@ -16,10 +16,14 @@ public:
 };
 
 inline constexpr int kActivityIntervalMs = 5000;
+// Resets closer together than this reach the session as one.
+inline constexpr int kIdleResetIntervalMs = 5000;
 
 std::unique_ptr<KeepAwake> CreateKeepAwake();
 
-// Resets the system idle timer once, without waiting for an answer.
+// Resets the system idle timer, without waiting for an answer.  Cheap to call
+// after every buffer: calls within kIdleResetIntervalMs of the last one that
+// went out are dropped.
 void ResetSystemIdleTimer();
 
 } // namespace talvo

@@ -2,7 +2,10 @@
 
 #include <QDBusConnection>
 #include <QDBusMessage>
+#include <atomic>
+#include <chrono>
 #include <condition_variable>
+#include <limits>
 #include <mutex>
 #include <thread>
 
@@ -69,6 +72,16 @@ std::unique_ptr<KeepAwake> CreateKeepAwake()
 
 void ResetSystemIdleTimer()
 {
+    // The player resets the idle timer after every buffer, many times a
+    // second; one reset holds the session awake for far longer than this, so
+    // the bus hears of it at most once per interval.
+    static std::atomic<std::int64_t> lastResetMs{std::numeric_limits<std::int64_t>::min() / 2};
+    const std::int64_t nowMs = std::chrono::duration_cast<std::chrono::milliseconds>(
+                                   std::chrono::steady_clock::now().time_since_epoch())
+                                   .count();
+    std::int64_t last = lastResetMs.load();
+    if (nowMs - last < kIdleResetIntervalMs || !lastResetMs.compare_exchange_strong(last, nowMs))
+        return;
     simulateUserActivity();
 }
 
