@@ -15,7 +15,9 @@ inline constexpr std::uint16_t kReleased = 500;
 inline constexpr std::uint16_t Exit = 1069;
 inline constexpr std::uint16_t InitialLoad = 57600;
 inline constexpr std::uint16_t ProgramList = 20011;
-inline constexpr std::uint16_t ProgramListPressed = ProgramList + kPressed;
+// The skin's program-list button presses as 21012, one above the rule; skins
+// made for the player carry that number.
+inline constexpr std::uint16_t ProgramListPressed = 21012;
 inline constexpr std::uint16_t LaunchFeldrunOld = 40023;
 inline constexpr std::uint16_t LaunchFeldrun = 40029;
 inline constexpr std::uint16_t AddBookmark = 32781;

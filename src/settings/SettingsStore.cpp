@@ -9,11 +9,6 @@ namespace {
 constexpr double kPercentPerLevel = 0.0015259021896696422;
 constexpr double kLevelPerPercent = 655.35;
 
-bool IsText(DWORD type)
-{
-    return type == REG_SZ || type == REG_EXPAND_SZ || type == REG_MULTI_SZ;
-}
-
 } // namespace
 
 DWORD SettingsStore::PercentFromLevel(DWORD level)
@@ -43,11 +38,11 @@ DWORD SettingsStore::GetDword(const SettingDef& setting) const
     if (registry_.OpenKey(HKEY_LOCAL_MACHINE, kSettingsKey, KEY_READ, &key) != ERROR_SUCCESS)
         return result;
     std::array<std::uint8_t, 4> data{};
-    DWORD type = REG_NONE;
     DWORD size = static_cast<DWORD>(data.size());
-    RegStatus status = registry_.QueryValue(key, setting.name, &type, data.data(), &size);
+    RegStatus status = registry_.QueryValue(key, setting.name, nullptr, data.data(), &size);
     registry_.CloseKey(key);
-    if (status == ERROR_SUCCESS && size == data.size() && !IsText(type))
+    // Any four bytes are the number, whatever type they were stored with.
+    if (status == ERROR_SUCCESS && size == data.size())
         result = DWORD(data[0]) | DWORD(data[1]) << 8 | DWORD(data[2]) << 16 | DWORD(data[3]) << 24;
     return result;
 }

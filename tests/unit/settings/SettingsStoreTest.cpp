@@ -93,18 +93,18 @@ TEST_F(SettingsStoreTest, SettersWriteFourByteDwords)
 
 TEST_F(SettingsStoreTest, ValuesThatAreNotFourByteNumbersGiveTheDefault)
 {
-    Put(u"Jump Back", REG_SZ, RegSzBytes(u"5")); // exactly 4 bytes, but characters
     Put(u"Volume", REG_SZ, RegSzBytes(u"65535"));
     Put(u"Power Off Time", REG_DWORD, {60, 0});
     Put(u"First Time Run", REG_BINARY, {1, 0, 0, 0, 0, 0, 0, 0});
-    EXPECT_EQ(store_->GetJumpBack(), 30u);
     EXPECT_EQ(store_->GetVolume(), 32767u);
     EXPECT_EQ(store_->GetPowerOffTime(), 30u);
     EXPECT_EQ(store_->GetFirstTimeRun(), 0u);
 
-    // Four bytes of a number are delivered whatever the tag says.
+    // Four bytes are the number whatever the tag says, text included.
     Put(u"First Time Run", REG_BINARY, {1, 0, 0, 0});
     EXPECT_EQ(store_->GetFirstTimeRun(), 1u);
+    Put(u"Jump Back", REG_SZ, RegSzBytes(u"5")); // '5', 0, 0, 0
+    EXPECT_EQ(store_->GetJumpBack(), 0x35u);
     // An out-of-list value is passed on as stored; the dialog deals with it.
     Put(u"Power Off Time", REG_DWORD, {45, 0, 0, 0});
     EXPECT_EQ(store_->GetPowerOffTime(), 45u);
