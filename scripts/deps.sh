@@ -16,6 +16,8 @@ packages=(
   xvfb xauth xdotool x11-xserver-utils x11-apps x11-utils imagemagick fonts-dejavu-core
   # demo library and audio checks
   espeak-ng sox
+  # skin artwork
+  librsvg2-bin
   # sound-server and D-Bus peers for integration tests
   pulseaudio pulseaudio-utils dbus dbus-x11 python3-dbusmock python3-dbus
 )
