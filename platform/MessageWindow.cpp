@@ -53,6 +53,11 @@ void MessageWindow::RemovePostedBufferDone()
     QCoreApplication::removePostedEvents(this, kBufferDoneEvent);
 }
 
+void MessageWindow::DeliverPostedBufferDone()
+{
+    QCoreApplication::sendPostedEvents(this, kBufferDoneEvent);
+}
+
 void MessageWindow::SetTimer(UINT id, UINT periodMs)
 {
     KillTimer(id);

@@ -24,6 +24,7 @@ using LPARAM = std::intptr_t;
 using LRESULT = std::intptr_t;
 
 inline constexpr UINT WM_CLOSE = 0x0010;
+inline constexpr UINT WM_SETTINGCHANGE = 0x001A;
 inline constexpr UINT WM_COPYDATA = 0x004A;
 inline constexpr UINT WM_COMMAND = 0x0111;
 inline constexpr UINT WM_TIMER = 0x0113;
@@ -51,6 +52,9 @@ public:
 
     // Removes every buffer-done notice still waiting for this window.
     void RemovePostedBufferDone();
+    // Handles, now, every buffer-done notice already waiting for this window
+    // (for a loop nested in a handler that waits for them).
+    void DeliverPostedBufferDone();
 
     void SetTimer(UINT id, UINT periodMs);
     void KillTimer(UINT id);

@@ -10,9 +10,13 @@
 #include "settings/SettingsStore.h"
 
 #include <QCoreApplication>
+#include <QTimer>
 
 namespace talvo {
 namespace {
+
+// How often the title change's wait for the queued audio looks for notices.
+constexpr int kDrainLookMs = 20;
 
 // The level scale is 0..65535 and the user sees percent: both conversions
 // truncate, so a step adds 11 and takes 9 to move ten shown points.
@@ -245,8 +249,16 @@ int Transport::changeTitle(int newIndex)
             // Let the queued audio play out without refills.
             audio_.draining = true;
             window_.setEnabled(false);
-            while (audio_.QueuedCount() > 0)
-                QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+            // This loop runs inside the handler of a posted command, where a
+            // nested wait does not always see the notices posted meanwhile:
+            // deliver them explicitly, and wake up now and then to look.
+            QTimer wake;
+            wake.start(kDrainLookMs);
+            while (audio_.QueuedCount() > 0) {
+                window_.DeliverPostedBufferDone();
+                if (audio_.QueuedCount() > 0)
+                    QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+            }
             window_.setEnabled(true);
             audio_.draining = false;
         }
