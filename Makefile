@@ -11,7 +11,7 @@ endif
 JOBS ?= $(shell nproc)
 CTEST_ARGS ?=
 
-.PHONY: all deps configure build run test bench fuzz soak format clean
+.PHONY: all deps configure build run test bench fuzz soak format screenshots clean
 
 all: build
 
@@ -40,6 +40,9 @@ fuzz: deps
 
 soak: build
 	cd $(BUILD) && ctest --output-on-failure -L soak -C soak
+
+screenshots: build
+	$(BUILD)/bin/talvo-screenshots $(BUILD)/screenshots $(BUILD)/demo/music
 
 format:
 	git ls-files '*.cpp' '*.h' '*.c' | xargs clang-format -i

@@ -134,7 +134,7 @@ def layout(style, width, height):
         info_top = pad
 
     # Title, then the section line with the partial-content mark at its right.
-    title_h = (36 if style.big else 40) * u
+    title_h = (46 if style.big else 40) * u
     L["Program Title Window"] = Rect(pad, info_top, info_right, info_top + title_h)
     sec_top = info_top + title_h + 2 * u
     sec_h = 16 * u
@@ -181,8 +181,9 @@ def layout(style, width, height):
     for name, rect in zip(BUTTONS, [jump, rew, play, ff, lst, prev, nxt, logo, vdown, vup]):
         L[name] = rect
     sizes = {
-        "title": (17 if style.big else 15) * u,
-        "time": (e.height * 0.62 - 4 * u) * 0.8,
+        "title": 15 * u,
+        # As tall as the area allows, but "00:00:00" must fit its width.
+        "time": min((e.height * 0.62 - 4 * u) * 0.8, (e.width - 8 * u) / 5.3),
         "total": (13 if style.big else 11) * u,
         "volume": (16 if style.big else 12) * u,
         "label": (11 if style.big else 8) * u,

@@ -3,12 +3,16 @@
 #include "app/CommandIds.h"
 #include "app/DetectPlatform.h"
 #include "app/FirstPaintGate.h"
-#include "app/PlainDisplay.h"
 #include "app/StringTable.h"
 #include "app/TimeText.h"
 #include "platform/KeepAwake.h"
+#include "platform/MessageBox.h"
 #include "playback/ProgramFile.h"
 #include "settings/PreferencesDialog.h"
+#include "skins/ImageDecoding.h"
+#include "skins/ScreenSizeOverride.h"
+#include "skins/SkinDialog.h"
+#include "skins/SkinnedDisplay.h"
 
 #include <QApplication>
 #include <QCloseEvent>
@@ -18,6 +22,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QPushButton>
+#include <QScreen>
 #include <QVBoxLayout>
 #include <array>
 #include <cstring>
@@ -216,16 +221,18 @@ CMainFrame::CMainFrame(Environment environment)
       cards_(CreateStorageCards()),
       library_(env_.registry, store_, *cards_, DefaultLibraryFolders(env_.programFolder)),
       audio_(*this, *this, library_, store_, settings_, env_.makeWaveOut),
-      transport_(*this, *this, library_, store_, settings_, audio_)
+      transport_(*this, *this, library_, store_, settings_, audio_), skins_(env_.registry)
 {
     setWindowTitle(LoadString(Str::AppName));
     setFocusPolicy(Qt::StrongFocus);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
-    display_ = new PlainDisplay(this);
+    display_ = new SkinnedDisplay(*this, this);
     layout->addWidget(display_, 1);
     createMenus();
+    if (!loadSkin())
+        return;
     // Card changes arrive on the watcher's thread; the main window handles them in order.
     storageWatcher_ =
         std::make_unique<StorageChangeWatcher>(*cards_, [this](StorageChange change, const StorageCard&) {
@@ -332,6 +339,9 @@ LRESULT CMainFrame::WindowProc(UINT message, WPARAM wParam, LPARAM lParam)
         audio_.OnBufferDone(wParam, reinterpret_cast<WAVEHDR*>(lParam));
         audio_.slotCounter = (audio_.slotCounter + 1) % AudioOutput::kSlotCount;
         ResetSystemIdleTimer();
+        return 0;
+    case WM_SETTINGCHANGE:
+        onScreenChange();
         return 0;
     case MM_WOM_OPEN:
     case MM_WOM_CLOSE:
@@ -471,12 +481,35 @@ bool CMainFrame::onCommand(std::uint16_t id)
         transport_.PreviousTitle();
         return true;
     case Command::VolumeUp:
-    case Command::VolumeUpPressed:
         transport_.VolumeUpHold(2);
         return true;
     case Command::VolumeDown:
-    case Command::VolumeDownPressed:
         transport_.VolumeDownHold(2);
+        return true;
+    // The skin's volume buttons repeat while held.
+    case Command::VolumeUpPressed:
+        transport_.VolumeUpHold(0);
+        return true;
+    case Command::VolumeUpReleased:
+        transport_.VolumeUpHold(-1);
+        return true;
+    case Command::VolumeDownPressed:
+        transport_.VolumeDownHold(0);
+        return true;
+    case Command::VolumeDownReleased:
+        transport_.VolumeDownHold(-1);
+        return true;
+    case Command::JumpBackReleased:
+        DrawButton(Command::JumpBack, false);
+        transport_.holdCounter = 0;
+        return true;
+    case Command::Skins: {
+        SkinDialog dialog(skins_, *this, DetectPlatform() == 1, this);
+        dialog.exec();
+        return true;
+    }
+    case Command::ResetSkin:
+        applyActiveSkin();
         return true;
     default:
         // The dialogs, help and skin commands arrive with their subsystems.
@@ -508,6 +541,9 @@ void CMainFrame::onTimer(unsigned id)
     case Timer::HideVolume:
         KillTimer(Timer::HideVolume);
         ShowVolumeIndicator(false);
+        break;
+    case Timer::TitleScroll:
+        display_->ScrollTitle();
         break;
     case Timer::ScreenPowerOff:
         // One shot; switching the screen off belongs to the device watchers.
@@ -795,8 +831,22 @@ void CMainFrame::BringToFront()
 
 void CMainFrame::RedrawDisplay()
 {
-    display_->Show(library_.Current(), audio_.lastPositionMs,
-                   volumeShown_ ? settings_.GetVolumePercent() : -1);
+    DisplayContent content;
+    content.playing = audio_.IsPlaying();
+    if (ProgramFile* program = library_.Current()) {
+        content.hasProgram = true;
+        content.title = QString::fromStdU16String(program->GetTitle());
+        content.author = QString::fromStdU16String(program->GetAuthor());
+        content.positionMs = program->timeOffsetMs + audio_.lastPositionMs;
+        content.totalMs = program->DisplayLength();
+        content.sectionCount = program->SectionCount();
+        content.section = content.sectionCount > 0 ? program->CurrentSection() + 1 : 0;
+        content.partial = program->GetTimeSpanFlag();
+        content.cover = coverPicture(*program);
+    }
+    display_->SetContent(content);
+    display_->ShowVolume(volumeShown_ ? static_cast<int>(settings_.GetVolumePercent()) : -1);
+    updateAccessibleText(content);
 }
 
 void CMainFrame::RedrawPosition()
@@ -806,20 +856,93 @@ void CMainFrame::RedrawPosition()
         RedrawDisplay();
         return;
     }
-    // Runs at every refill: only the texts a new position can change.
+    // Runs at every refill: only the areas a new position can change.
     audio_.lastPositionMs = program->Position();
-    display_->ShowPosition(*program, audio_.lastPositionMs);
+    const int count = program->SectionCount();
+    display_->SetPosition(program->timeOffsetMs + audio_.lastPositionMs,
+                          count > 0 ? program->CurrentSection() + 1 : 0, count);
 }
 
 void CMainFrame::DrawButton(std::uint16_t command, bool pressed)
 {
-    display_->ShowPressed(command, pressed);
+    display_->DrawButton(command, pressed);
+}
+
+QSize CMainFrame::screenSize() const
+{
+    if (std::optional<QSize> forced = ScreenSizeFromEnvironment())
+        return *forced;
+    const QScreen* screen = this->screen() ? this->screen() : QGuiApplication::primaryScreen();
+    return screen ? screen->size() : QSize();
+}
+
+bool CMainFrame::loadSkin()
+{
+    skins_.LoadSkins(env_.programFolder, screenSize(), this);
+    if (!skins_.ActiveSkin()) {
+        ShowMessageBox(this, LoadString(Str::NoSkinFits), LoadString(Str::ErrorCaption), kErrorBoxStyle);
+        PostMessage(WM_CLOSE);
+        return false;
+    }
+    // A rotation or a new resolution chooses the layout again.
+    if (QScreen* screen = QGuiApplication::primaryScreen())
+        connect(screen, &QScreen::geometryChanged, this, [this] { PostMessage(WM_SETTINGCHANGE); });
+    applyActiveSkin();
+    return true;
+}
+
+void CMainFrame::applyActiveSkin()
+{
+    SkinLayout* skin = skins_.ActiveSkin();
+    if (skin && !skin->IsLayoutLoaded())
+        skin->LoadLayout(skins_.Screen());
+    display_->SetSkin(skin);
+    RedrawDisplay();
+}
+
+void CMainFrame::onScreenChange()
+{
+    const QSize screen = screenSize();
+    if (!HasSkin() || screen == skins_.Screen())
+        return;
+    const QSize before = skins_.Screen();
+    display_->SetSkin(nullptr);
+    skins_.LoadSkins(env_.programFolder, screen, this);
+    // A screen that no skin fits keeps the layouts of the one before.
+    if (!skins_.ActiveSkin())
+        skins_.LoadSkins(env_.programFolder, before, this);
+    applyActiveSkin();
+    if (!isFullScreen() && !isMaximized())
+        adjustSize();
+}
+
+QImage CMainFrame::coverPicture(const ProgramFile& program)
+{
+    if (coverPath_ != program.path) {
+        coverPath_ = program.path;
+        const std::vector<std::uint8_t> bytes = program.GetCoverPicture();
+        cover_ = DecodeImage(bytes.data(), bytes.size());
+    }
+    return cover_;
+}
+
+void CMainFrame::DropCoverPicture()
+{
+    coverPath_.clear();
+    cover_ = QImage();
+}
+
+void CMainFrame::updateAccessibleText(const DisplayContent& content)
+{
+    // A screen reader hears the title and the times as text.
+    display_->setAccessibleName(content.hasProgram ? content.title : LoadString(Str::NoPrograms));
+    display_->setAccessibleDescription(FormatHms(content.positionMs));
 }
 
 void CMainFrame::ShowVolumeIndicator(bool shown)
 {
     volumeShown_ = shown;
-    RedrawDisplay();
+    display_->ShowVolume(shown ? static_cast<int>(settings_.GetVolumePercent()) : -1);
 }
 
 void CMainFrame::SetWaitCursor(bool waiting)

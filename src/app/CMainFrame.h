@@ -12,6 +12,9 @@
 #include "playback/PlayerView.h"
 #include "playback/Transport.h"
 #include "settings/SettingsStore.h"
+#include "skins/SkinList.h"
+
+#include <QImage>
 
 #include <QString>
 #include <memory>
@@ -23,7 +26,8 @@ class QPushButton;
 
 namespace talvo {
 
-class PlainDisplay;
+class SkinnedDisplay;
+struct DisplayContent;
 
 // The window class by which every process finds the running player.
 inline constexpr char16_t kMainWindowClass[] = u"TalvoPlayerMainWnd";
@@ -53,13 +57,17 @@ public:
     void DrawButton(std::uint16_t command, bool pressed) override;
     void ShowVolumeIndicator(bool shown) override;
     bool IsVolumeIndicatorShown() const override { return volumeShown_; }
-    void DropCoverPicture() override {}
+    void DropCoverPicture() override;
     void ScreenOnIfOff() override {}
     void SetWaitCursor(bool waiting) override;
 
     ProgramLibrary& Library() { return library_; }
     AudioOutput& Audio() { return audio_; }
     Transport& Transport_() { return transport_; }
+    SkinList& Skins() { return skins_; }
+    SkinnedDisplay& Display() { return *display_; }
+    // False when no skin fits the screen: the window closes itself at once.
+    bool HasSkin() const { return skins_.ActiveSkin() != nullptr; }
 
 protected:
     void keyPressEvent(QKeyEvent* event) override;
@@ -82,6 +90,12 @@ private:
     void onOpenProgramFile(const QString& path);
     void onStorageChange(unsigned event);
     void initialLoad();
+    QSize screenSize() const;
+    bool loadSkin();
+    void applyActiveSkin();
+    void onScreenChange();
+    QImage coverPicture(const ProgramFile& program);
+    void updateAccessibleText(const DisplayContent& content);
     void stepCommand(std::uint16_t id);
     void releaseCurrentProgram();
     void shutDown();
@@ -95,7 +109,11 @@ private:
     Transport transport_;
     InstanceServer instanceServer_;
     std::unique_ptr<StorageChangeWatcher> storageWatcher_;
-    PlainDisplay* display_ = nullptr;
+    SkinList skins_;
+    SkinnedDisplay* display_ = nullptr;
+    // The decoded cover of the program it was decoded for.
+    QString coverPath_;
+    QImage cover_;
     QMenuBar* menuBar_ = nullptr;
     QMenu* bookmarksMenu_ = nullptr;
     bool volumeShown_ = false;

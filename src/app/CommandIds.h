@@ -34,6 +34,7 @@ inline constexpr std::uint16_t UpdatePosition = 40019;
 inline constexpr std::uint16_t Reserved = 40022;
 inline constexpr std::uint16_t JumpBack = 40035;
 inline constexpr std::uint16_t JumpBackPressed = JumpBack + kPressed;
+inline constexpr std::uint16_t JumpBackReleased = JumpBack + kReleased;
 inline constexpr std::uint16_t PlayStop = 20015;
 inline constexpr std::uint16_t PlayStopPressed = PlayStop + kPressed;
 inline constexpr std::uint16_t PlayStopReleased = PlayStop + kReleased;
@@ -69,8 +70,10 @@ inline constexpr std::uint16_t PreviousTitle = 40037;
 
 inline constexpr std::uint16_t VolumeUp = 20034;
 inline constexpr std::uint16_t VolumeUpPressed = VolumeUp + kPressed;
+inline constexpr std::uint16_t VolumeUpReleased = VolumeUp + kReleased;
 inline constexpr std::uint16_t VolumeDown = 20035;
 inline constexpr std::uint16_t VolumeDownPressed = VolumeDown + kPressed;
+inline constexpr std::uint16_t VolumeDownReleased = VolumeDown + kReleased;
 
 inline constexpr std::uint16_t ResetSkin = 32780;
 inline constexpr std::uint16_t PreferencesDone = 57697;

@@ -143,10 +143,12 @@ int RunPlayer(const QStringList& arguments)
     }
 
     CMainFrame frame({*registry, programFolder(), file, waveOutFactory()});
+    if (!frame.HasSkin())
+        return 1; // the window has said that no skin fits the screen
     // Signals first: whoever can find the player may also end it at once.
     OnTerminationSignal([&frame] { frame.SendCommand(Command::Exit); });
     frame.ListenForOtherInstances();
-    frame.resize(480, 640);
+    frame.resize(frame.sizeHint());
     FirstPaintProbe::InstallIfAsked(frame);
     frame.show();
     return QApplication::exec();

@@ -24,6 +24,8 @@ public:
         set("TALVOPLAYER_MUSIC", path(QStringLiteral("music")));
         set("TALVOPLAYER_MESSAGES", messageLogPath());
         set("TALVOPLAYER_CARDS", QString());
+        // A handheld's screen, whatever the machine's: the layout it gets is fixed.
+        set("TALVOPLAYER_SCREEN", QStringLiteral("480x640"));
     }
     ~TestDevice()
     {

@@ -3,6 +3,7 @@
 
 #include "app/CommandIds.h"
 #include "app/FileAssociation.h"
+#include "skins/SkinnedDisplay.h"
 
 #include <QApplication>
 #include <QKeyEvent>
@@ -176,22 +177,55 @@ TEST_F(MainWindow, EachVolumeSliderMoveInPreferencesAppliesTheVolumeOnce)
     EXPECT_EQ(volume, 45874u * 0x10001u);
 }
 
-TEST_F(MainWindow, APositionUpdateRewritesOnlyThePositionTexts)
+TEST_F(MainWindow, APositionUpdateRecomposesOnlyTheTimesAndTheSection)
 {
     WritePcmProgram(musicPath("Author/Book/book.zq"), "book", 60, {0, 30000});
     startPlayer();
-    auto* title = frame_->findChild<QLabel*>("title");
-    auto* position = frame_->findChild<QLabel*>("position");
-    auto* section = frame_->findChild<QLabel*>("section");
-    ASSERT_TRUE(title && position && section);
-    EXPECT_EQ(section->text(), "Sec (1 of 2)");
-    title->setText("untouched");
+    SkinnedDisplay& display = frame_->Display();
+    const SkinLayout& skin = *display.Skin();
+    const QRect times =
+        skin.elapsedTime.rect.ToQRect() | skin.currentTime.rect.ToQRect() | skin.totalTime.rect.ToQRect();
+    const QRect section = skin.section.rect.ToQRect();
+    const QImage before = display.Composed().copy();
+    display.TakeComposedRegion();
 
+    frame_->SendCommand(Command::UpdatePosition); // same position and section
+    EXPECT_EQ(display.TakeComposedRegion(), QRegion(times));
     current().Seek(31000);
     frame_->SendCommand(Command::UpdatePosition);
-    EXPECT_EQ(position->text(), "00:00:31");
-    EXPECT_EQ(section->text(), "Sec (2 of 2)");
-    EXPECT_EQ(title->text(), "untouched");
+    EXPECT_EQ(display.TakeComposedRegion(), QRegion(times) + section);
+
+    // Everything else on the screen is as it was.
+    const QImage after = display.Composed();
+    const QRegion unchanged = QRegion(0, 0, after.width(), after.height()) - times - section;
+    for (const QRect& r : unchanged)
+        EXPECT_EQ(after.copy(r), before.copy(r));
+    EXPECT_NE(after.copy(times), before.copy(times));
+}
+
+TEST_F(MainWindow, ARotatedScreenChoosesTheLayoutAgain)
+{
+    WritePcmProgram(musicPath("Author/Book/book.zq"), "book", 60);
+    startPlayer();
+    ASSERT_EQ(frame_->Display().Skin()->resolution.suffix, u"480X640");
+    device_.set("TALVOPLAYER_SCREEN", "800x480");
+    frame_->SendMessage(WM_SETTINGCHANGE);
+    EXPECT_EQ(frame_->Display().Skin()->resolution.suffix, u"800X480");
+    EXPECT_EQ(frame_->Display().Composed().size(), QSize(800, 480));
+    // A screen no skin fits keeps the layout it has.
+    device_.set("TALVOPLAYER_SCREEN", "100x100");
+    frame_->SendMessage(WM_SETTINGCHANGE);
+    EXPECT_EQ(frame_->Display().Skin()->resolution.suffix, u"800X480");
+}
+
+TEST_F(MainWindow, WithoutASkinThatFitsItSaysSoAndCloses)
+{
+    QDir().mkpath(device_.path("bare"));
+    CMainFrame frame({*registry_, device_.path("bare"), QString(), nullptr});
+    EXPECT_FALSE(frame.HasSkin());
+    const QStringList boxes = device_.messages();
+    ASSERT_EQ(boxes.size(), 1);
+    EXPECT_TRUE(boxes[0].contains("unable to load a skin that fits your device resolution"));
 }
 
 TEST_F(MainWindow, HeldKeysRunTheirHoldOnceAndTheirReleaseEndsIt)

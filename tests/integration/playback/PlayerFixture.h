@@ -58,6 +58,8 @@ protected:
         registry_ = OpenSqliteRegistry(device_.registryPath().toStdString());
         ASSERT_TRUE(registry_);
         QDir().mkpath(device_.path("app"));
+        // The shipped skins, drawn by the build beside the player.
+        ASSERT_TRUE(QFile::link(QStringLiteral(TALVO_BUILD_DIR "/bin/Skins"), device_.path("app/Skins")));
     }
 
     QString musicPath(const QString& relative) const { return device_.path("music/" + relative); }

@@ -1,0 +1,125 @@
+// Writes a PNG of the main screen for every shipped skin at each of its
+// layouts (stopped, playing, a button held, the volume shown) and of the skin
+// dialog in both layouts, so that a person can look at what listeners see.
+//
+//     talvo-screenshots OUTPUT-FOLDER MUSIC-FOLDER
+//
+// Runs offscreen on a private device in a temporary folder; MUSIC-FOLDER holds
+// the programs to show (the demo library).
+#include "app/CMainFrame.h"
+#include "app/CommandIds.h"
+#include "platform/Registry.h"
+#include "playback/ProgramFile.h"
+#include "skins/SkinDialog.h"
+#include "skins/SkinResolution.h"
+#include "skins/SkinnedDisplay.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QTemporaryDir>
+#include <cstdio>
+
+using namespace talvo;
+
+namespace {
+
+constexpr std::uint32_t kShownPositionMs = 12000;
+
+void settle(int ms = 150)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (clock.elapsed() < ms)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+}
+
+bool save(QWidget& widget, const QString& path)
+{
+    const bool saved = widget.grab().save(path);
+    std::printf("%s %s\n", saved ? "wrote" : "could not write", qPrintable(path));
+    return saved;
+}
+
+QString slug(const std::u16string& name)
+{
+    return QString::fromStdU16String(name).toLower().replace(QLatin1Char(' '), QLatin1Char('-'));
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    if (argc != 3) {
+        std::fprintf(stderr, "usage: talvo-screenshots OUTPUT-FOLDER MUSIC-FOLDER\n");
+        return 2;
+    }
+    const QString out = QString::fromLocal8Bit(argv[1]);
+    QDir().mkpath(out);
+    QTemporaryDir device;
+    qputenv("TALVOPLAYER_REGISTRY", QFile::encodeName(device.filePath("registry.db")));
+    qputenv("TALVOPLAYER_HOME", QFile::encodeName(device.path()));
+    qputenv("TALVOPLAYER_MUSIC", argv[2]);
+    qputenv("TALVOPLAYER_CARDS", "");
+    qputenv("TALVOPLAYER_MESSAGES", QFile::encodeName(device.filePath("messages.log")));
+    std::unique_ptr<Registry> registry = OpenSqliteRegistry(device.filePath("registry.db").toStdString());
+    if (!registry)
+        return 1;
+    const QString programFolder = QCoreApplication::applicationDirPath();
+    const auto makeWaveOut = [] {
+        return CreateWaveOut("null");
+    };
+    int failures = 0;
+
+    // Each skin, at each layout it offers.
+    SkinList skins(*registry);
+    skins.LoadSkins(programFolder, QSize(100000, 100000));
+    for (const auto& skin : skins.Skins()) {
+        for (const SkinResolution& resolution : OfferedResolutions(skin->ini)) {
+            const QString size = QStringLiteral("%1x%2").arg(resolution.width).arg(resolution.height);
+            qputenv("TALVOPLAYER_SCREEN", size.toLatin1());
+            CMainFrame frame({*registry, programFolder, QString(), makeWaveOut});
+            if (!frame.HasSkin() || frame.Skins().SetActiveSkin(skin->name) != ERROR_SUCCESS)
+                continue;
+            frame.SendCommand(Command::ResetSkin);
+            frame.show();
+            settle(300);
+            // A program part way through, the same in every picture.
+            if (ProgramFile* program = frame.Library().Current()) {
+                program->Seek(kShownPositionMs);
+                frame.RedrawPosition();
+            }
+            SkinnedDisplay& display = frame.Display();
+            display.resize(display.sizeHint());
+            const QString base = out + QLatin1Char('/') + slug(skin->name) + QLatin1Char('-') + size;
+            failures += !save(display, base + "-stopped.png");
+            frame.SendCommand(Command::PlayStop);
+            settle();
+            failures += !save(display, base + "-playing.png");
+            frame.DrawButton(Command::FastForward1min, true);
+            failures += !save(display, base + "-pressed.png");
+            frame.DrawButton(Command::FastForward1min, false);
+            frame.ShowVolumeIndicator(true);
+            failures += !save(display, base + "-volume.png");
+            frame.SendCommand(Command::PlayStop);
+            frame.close();
+        }
+    }
+
+    // The skin dialog in both layouts.
+    qputenv("TALVOPLAYER_SCREEN", "480x640");
+    skins.LoadSkins(programFolder, QSize(480, 640));
+    MessageWindow window;
+    for (bool keyLayout : {false, true}) {
+        SkinDialog dialog(skins, window, keyLayout);
+        dialog.resize(keyLayout ? QSize(240, 320) : QSize(480, 640));
+        dialog.Select(1);
+        dialog.show();
+        settle();
+        failures += !save(dialog, out + (keyLayout ? "/skin-dialog-smartphone.png" : "/skin-dialog.png"));
+        dialog.reject();
+    }
+    return failures == 0 ? 0 : 1;
+}
