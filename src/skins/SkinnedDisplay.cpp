@@ -4,6 +4,7 @@
 #include "app/StringTable.h"
 #include "app/TimeText.h"
 #include "platform/MessageBox.h"
+#include "skins/SkinnedDisplayAccessible.h"
 
 #include <QFontMetrics>
 #include <QMouseEvent>
@@ -37,6 +38,7 @@ template <std::size_t N> bool isOneOf(const std::array<std::uint16_t, N>& ids, s
 
 SkinnedDisplay::SkinnedDisplay(MessageWindow& window, QWidget* parent) : QWidget(parent), window_(window)
 {
+    InstallSkinnedDisplayAccessibility();
     setAttribute(Qt::WA_OpaquePaintEvent);
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
 }
@@ -198,6 +200,49 @@ void SkinnedDisplay::mouseReleaseEvent(QMouseEvent* event)
         OnStylusUp(ToLayout(event->position().toPoint()));
 }
 
+// --- assistive technology ---------------------------------------------------
+
+QString SkinnedDisplay::TitleText() const
+{
+    return content_.hasProgram ? content_.title : LoadString(Str::NoPrograms);
+}
+
+QString SkinnedDisplay::TimeText() const
+{
+    return FormatHms(content_.positionMs);
+}
+
+QString SkinnedDisplay::TotalText() const
+{
+    const std::uint32_t t = content_.totalMs;
+    return content_.hasProgram
+               ? FormatString(Str::TotalTime, int(t / 3600000), int(t / 60000 % 60), int(t / 1000 % 60))
+               : QString();
+}
+
+QString SkinnedDisplay::SectionText() const
+{
+    return content_.sectionCount > 0 ? FormatString(Str::SectionOf, content_.section, content_.sectionCount)
+                                     : QString();
+}
+
+QRect SkinnedDisplay::GlobalRectOfButton(std::size_t index)
+{
+    if (!skin_ || index >= kSkinButtonCount)
+        return {};
+    const QRect r = buttons()[index].rect.ToQRect();
+    return QRect(mapToGlobal(ToWidget(r.topLeft())), mapToGlobal(ToWidget(r.bottomRight())));
+}
+
+void SkinnedDisplay::TapButton(std::size_t index)
+{
+    if (!skin_ || index >= kSkinButtonCount)
+        return;
+    const QPoint centre = buttons()[index].rect.ToQRect().center();
+    OnStylusDown(centre);
+    OnStylusUp(centre);
+}
+
 // --- geometry ---------------------------------------------------------------
 
 std::array<SkinButton, kSkinButtonCount>& SkinnedDisplay::buttons()
@@ -274,7 +319,7 @@ QRegion SkinnedDisplay::TakeComposedRegion()
 
 // --- composing --------------------------------------------------------------
 
-void SkinnedDisplay::show(const QRect& layoutArea)
+void SkinnedDisplay::showArea(const QRect& layoutArea)
 {
     composed_ += layoutArea;
     const QRectF target = targetRect(layoutRect().size(), size());
@@ -324,7 +369,7 @@ void SkinnedDisplay::composeArea(const QRect& area)
         painter.fillRect(area, Qt::black);
     else
         painter.drawImage(area, picture, area);
-    show(area);
+    showArea(area);
 }
 
 void SkinnedDisplay::composeButton(std::size_t index)
@@ -342,7 +387,7 @@ void SkinnedDisplay::composeButton(std::size_t index)
     QPainter painter(&back_);
     painter.setCompositionMode(QPainter::CompositionMode_Source);
     painter.drawImage(area, hot(), area);
-    show(area);
+    showArea(area);
 }
 
 void SkinnedDisplay::drawText(QPainter& painter, const SkinTextArea& area,
@@ -408,7 +453,7 @@ void SkinnedDisplay::composeTitle()
         painter.setFont(skin_->programTitleSmallFont->ToQFont());
         painter.drawText(second, Qt::AlignHCenter | Qt::AlignTop | Qt::TextSingleLine, content_.author);
     }
-    show(rect);
+    showArea(rect);
 }
 
 void SkinnedDisplay::composeTimes()

@@ -80,6 +80,15 @@ public:
 
     QSize sizeHint() const override;
 
+    // For assistive technology: the texts as shown, a button's place on the
+    // screen, and a tap on a button as a pointer would make it.
+    QString TitleText() const;
+    QString TimeText() const;
+    QString TotalText() const;
+    QString SectionText() const;
+    QRect GlobalRectOfButton(std::size_t index);
+    void TapButton(std::size_t index);
+
 protected:
     void paintEvent(QPaintEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
@@ -104,7 +113,7 @@ private:
     void drawText(QPainter& painter, const SkinTextArea& area, const std::optional<SkinFont>& font,
                   SkinColor color, const QString& text, Qt::Alignment alignment);
     void updateTitleScroll();
-    void show(const QRect& layoutArea);
+    void showArea(const QRect& layoutArea);
 
     MessageWindow& window_;
     SkinLayout* skin_ = nullptr;

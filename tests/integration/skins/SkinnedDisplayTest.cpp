@@ -6,6 +6,7 @@
 #include "skins/SkinDialog.h"
 #include "tests/support/TestDevice.h"
 
+#include <QAccessible>
 #include <QCoreApplication>
 #include <QFontMetrics>
 #include <gtest/gtest.h>
@@ -143,6 +144,29 @@ TEST_F(SkinnedDisplayTest, ATitleTooLongForItsAreaScrollsOnTheTitleTimer)
     content.title = QStringLiteral("Short");
     display_->SetContent(content);
     EXPECT_FALSE(window_.IsTimerRunning(Timer::TitleScroll));
+}
+
+TEST_F(SkinnedDisplayTest, AScreenReaderFindsEveryButtonAndTheTextsAndCanPressAButton)
+{
+    QAccessibleInterface* screen = QAccessible::queryAccessibleInterface(display_.get());
+    ASSERT_NE(screen, nullptr);
+    ASSERT_EQ(screen->childCount(), int(kSkinButtonCount) + 4);
+    for (int i = 0; i < int(kSkinButtonCount); ++i) {
+        QAccessibleInterface* button = screen->child(i);
+        ASSERT_NE(button, nullptr);
+        EXPECT_EQ(button->role(), QAccessible::Button);
+        EXPECT_FALSE(button->text(QAccessible::Name).isEmpty());
+        EXPECT_EQ(screen->indexOfChild(button), i);
+    }
+    EXPECT_EQ(screen->child(int(kSkinButtonCount))->text(QAccessible::Name), "Morning Notes");
+    EXPECT_EQ(screen->child(int(kSkinButtonCount) + 1)->text(QAccessible::Name), "00:00:00");
+    EXPECT_EQ(screen->child(int(kSkinButtonCount) + 2)->text(QAccessible::Name), "01:00:00 Total");
+
+    // Pressing through the screen reader taps the button.
+    QAccessibleInterface* forward = screen->child(int(SkinButtonIndex(Command::FastForward1min)));
+    ASSERT_NE(forward->actionInterface(), nullptr);
+    forward->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
+    EXPECT_EQ(posted(), (std::vector<int>{21023, 20523, 20523}));
 }
 
 TEST_F(SkinnedDisplayTest, TheSkinDialogChangesTheSkinOnlyOnOk)

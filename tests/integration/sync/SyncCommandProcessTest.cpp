@@ -31,6 +31,8 @@ protected:
         // A copy of the executable of its own, so that its data file lies in the device.
         QDir().mkpath(device_.path("bin"));
         ASSERT_TRUE(QFile::copy(kPlayer, executable()));
+        // Its skins beside it, as in the build tree, for when it runs as the player.
+        ASSERT_TRUE(QFile::link(QStringLiteral(TALVO_BUILD_DIR "/bin/Skins"), device_.path("bin/Skins")));
         registry_ = OpenSqliteRegistry(device_.registryPath().toStdString());
     }
 
