@@ -6,7 +6,7 @@
 // The ratio is what everything around the decoder costs.
 #include "SdkDecodeLoop.h"
 #include "app/CMainFrame.h"
-#include "app/CommandIds.h"
+#include "base/CommandIds.h"
 #include "platform/WaveOut.h"
 #include "settings/SettingsStore.h"
 #include "zqx/zqxsdk.h"

@@ -1,6 +1,6 @@
 // The player's entry point: everything lives in the talvo library.
-#include "app/CommandLine.h"
 #include "app/Startup.h"
+#include "base/CommandLine.h"
 
 #include <QApplication>
 

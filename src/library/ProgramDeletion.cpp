@@ -1,6 +1,6 @@
 #include "library/ProgramDeletion.h"
 
-#include "app/StringTable.h"
+#include "base/StringTable.h"
 #include "platform/MessageBox.h"
 #include "platform/SystemError.h"
 

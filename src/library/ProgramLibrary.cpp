@@ -1,6 +1,6 @@
 #include "library/ProgramLibrary.h"
 
-#include "app/StringTable.h"
+#include "base/StringTable.h"
 #include "library/ProgramDeletion.h"
 #include "library/ProgramStateStore.h"
 #include "platform/FolderListing.h"

@@ -1,8 +1,8 @@
 #include "playback/AudioOutput.h"
 
-#include "app/CommandIds.h"
-#include "app/DetectPlatform.h"
-#include "app/StringTable.h"
+#include "base/CommandIds.h"
+#include "base/DetectPlatform.h"
+#include "base/StringTable.h"
 #include "library/ProgramLibrary.h"
 #include "platform/MessageBox.h"
 #include "platform/MessageWindow.h"

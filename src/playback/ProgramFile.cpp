@@ -1,6 +1,6 @@
 #include "playback/ProgramFile.h"
 
-#include "app/StringTable.h"
+#include "base/StringTable.h"
 #include "library/ProgramStateStore.h"
 #include "platform/MessageBox.h"
 #include "playback/CMp3.h"

@@ -1,6 +1,6 @@
 #include "playback/Transport.h"
 
-#include "app/CommandIds.h"
+#include "base/CommandIds.h"
 #include "library/ProgramLibrary.h"
 #include "library/ProgramStateStore.h"
 #include "platform/MessageWindow.h"

@@ -1,8 +1,8 @@
 #include "settings/PreferencesDialog.h"
 
-#include "app/CommandIds.h"
-#include "app/DetectPlatform.h"
-#include "app/StringTable.h"
+#include "base/CommandIds.h"
+#include "base/DetectPlatform.h"
+#include "base/StringTable.h"
 #include "platform/MessageBox.h"
 #include "platform/MessageWindow.h"
 #include "settings/SettingsStore.h"

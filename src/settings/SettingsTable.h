@@ -2,7 +2,7 @@
 // The player's settings as they are kept in the registry: one table with each
 // value's name, type, default and range, and the choice lists of the
 // Preferences dialog with the string-table texts shown for them.
-#include "app/StringTable.h"
+#include "base/StringTable.h"
 #include "platform/Registry.h"
 
 #include <array>

@@ -1,7 +1,7 @@
 #include "skins/SkinDialog.h"
 
-#include "app/CommandIds.h"
-#include "app/StringTable.h"
+#include "base/CommandIds.h"
+#include "base/StringTable.h"
 #include "platform/MessageBox.h"
 
 #include <QDialogButtonBox>

@@ -8,7 +8,7 @@
 // A layout's sections are named by the element name followed directly by the
 // resolution suffix ("Play Button" + "240X320"); only the Skin section has no
 // suffix.
-#include "app/CommandIds.h"
+#include "base/CommandIds.h"
 
 #include <array>
 #include <cstddef>

@@ -1,6 +1,6 @@
 #include "skins/SkinList.h"
 
-#include "app/StringTable.h"
+#include "base/StringTable.h"
 #include "platform/MessageBox.h"
 
 #include <QDir>

@@ -1,8 +1,8 @@
 #include "skins/SkinnedDisplay.h"
 
-#include "app/CommandIds.h"
-#include "app/StringTable.h"
-#include "app/TimeText.h"
+#include "base/CommandIds.h"
+#include "base/StringTable.h"
+#include "base/TimeText.h"
 #include "platform/MessageBox.h"
 #include "skins/SkinnedDisplayAccessible.h"
 

@@ -1,8 +1,8 @@
 #include "sync/SyncCommands.h"
 
-#include "app/CommandIds.h"
-#include "app/DetectPlatform.h"
-#include "app/StringTable.h"
+#include "base/CommandIds.h"
+#include "base/DetectPlatform.h"
+#include "base/StringTable.h"
 #include "library/ProgramRecordLayout.h"
 #include "library/ProgramStateStore.h"
 #include "platform/InstanceChannel.h"

@@ -1,6 +1,6 @@
 #pragma once
 // The six desktop-sync commands, each a SyncHandler for RunSyncCommand.
-#include "app/CommandLine.h"
+#include "base/CommandLine.h"
 #include "library/ProgramLibrary.h"
 #include "sync/SyncRunner.h"
 

@@ -1,6 +1,6 @@
 #include "sync/SyncRunner.h"
 
-#include "app/StringTable.h"
+#include "base/StringTable.h"
 #include "platform/MessageBox.h"
 #include "platform/ProgramWriteFolder.h"
 

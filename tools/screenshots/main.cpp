@@ -7,7 +7,7 @@
 // Runs offscreen on a private device in a temporary folder; MUSIC-FOLDER holds
 // the programs to show (the demo library).
 #include "app/CMainFrame.h"
-#include "app/CommandIds.h"
+#include "base/CommandIds.h"
 #include "platform/Registry.h"
 #include "playback/ProgramFile.h"
 #include "skins/SkinDialog.h"

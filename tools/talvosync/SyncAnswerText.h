@@ -1,6 +1,6 @@
 #pragma once
 // Turning the answers of the player's sync commands into lines a person reads.
-#include "app/CommandLine.h"
+#include "base/CommandLine.h"
 
 #include <QByteArray>
 #include <QString>

@@ -4,7 +4,7 @@
 // when it names the data file, the file.  Everything on the device is done by
 // its own programs (talvoreg, talvoplayer, cat), run through a command prefix
 // such as "ssh phone", or directly when the prefix is empty.
-#include "app/CommandLine.h"
+#include "base/CommandLine.h"
 
 #include <QByteArray>
 #include <QString>

@@ -4,7 +4,7 @@
 // opened.
 #include "PlayerFixture.h"
 
-#include "app/CommandIds.h"
+#include "base/CommandIds.h"
 #include "settings/SettingsStore.h"
 
 #include <QFile>

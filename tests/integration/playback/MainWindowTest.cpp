@@ -1,8 +1,8 @@
 // The main window's handling of messages from devices and other processes.
 #include "PlayerFixture.h"
 
-#include "app/CommandIds.h"
 #include "app/FileAssociation.h"
+#include "base/CommandIds.h"
 #include "skins/SkinnedDisplay.h"
 
 #include <QApplication>

@@ -2,7 +2,7 @@
 // a simulated wave output, with real program files and the real registry.
 #include "PlayerFixture.h"
 
-#include "app/CommandIds.h"
+#include "base/CommandIds.h"
 #include "library/ProgramStateStore.h"
 #include "zqxauthor/PacketEncoderFactory.h"
 

@@ -2,7 +2,7 @@
 // holds sent by xdotool.  X key auto-repeat is switched off (xset r off) and
 // the test times its holds itself.
 #include "app/CMainFrame.h"
-#include "app/CommandIds.h"
+#include "base/CommandIds.h"
 #include "playback/ProgramFile.h"
 #include "skins/SkinnedDisplay.h"
 #include "tests/integration/playback/PlayerFixture.h"

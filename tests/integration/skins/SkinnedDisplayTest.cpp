@@ -1,7 +1,7 @@
 // Taps, holds and looks of the skinned display, and the skin dialog, on the
 // shipped Daylight skin at 480 by 640.
 #include "skins/SkinnedDisplay.h"
-#include "app/CommandIds.h"
+#include "base/CommandIds.h"
 #include "platform/MessageBox.h"
 #include "skins/SkinDialog.h"
 #include "tests/support/TestDevice.h"

@@ -1,6 +1,6 @@
 // A running player's side of a desktop-sync deletion (message 7480): whatever
 // it lists, it deletes no more than the request names.
-#include "app/CommandIds.h"
+#include "base/CommandIds.h"
 #include "tests/integration/playback/PlayerFixture.h"
 
 namespace talvo::test {

@@ -1,5 +1,5 @@
 #include "LibraryTestSupport.h"
-#include "app/StringTable.h"
+#include "base/StringTable.h"
 #include "library/ProgramDeletion.h"
 #include "library/ProgramRecordLayout.h"
 #include "settings/SettingsStore.h"

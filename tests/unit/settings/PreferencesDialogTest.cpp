@@ -1,6 +1,6 @@
 #include "settings/PreferencesDialog.h"
 
-#include "app/CommandIds.h"
+#include "base/CommandIds.h"
 #include "platform/MessageBox.h"
 #include "platform/MessageWindow.h"
 #include "settings/SettingsStore.h"

@@ -1,5 +1,5 @@
 #pragma once
-#include "app/StringTable.h"
+#include "base/StringTable.h"
 
 #include <QString>
 #include <cstdint>

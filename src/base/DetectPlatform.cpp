@@ -1,4 +1,4 @@
-#include "app/DetectPlatform.h"
+#include "base/DetectPlatform.h"
 
 #include <QString>
 

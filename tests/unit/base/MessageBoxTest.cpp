@@ -1,5 +1,5 @@
 #include "platform/MessageBox.h"
-#include "app/ErrorBox.h"
+#include "base/ErrorBox.h"
 #include "platform/Trace.h"
 
 #include "tests/support/TestDevice.h"

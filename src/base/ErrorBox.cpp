@@ -1,6 +1,6 @@
-#include "app/ErrorBox.h"
+#include "base/ErrorBox.h"
 
-#include "app/StringTable.h"
+#include "base/StringTable.h"
 #include "platform/MessageBox.h"
 
 namespace talvo {
