@@ -79,7 +79,7 @@ STYLES = [
     Style("night", "Night Contrast", "#000000", "#0d0d0d", "#ffd400", "#141414", "#ffd400", "#ffd400",
           "#ffd400", "#000000", "#ffd400", "#000000", "#ffffff", "#ffd400", "#ffffff", "#ffd400",
           corner=0.12),
-    Style("bigbuttons", "Big Buttons", "#0b3c5d", "#0f4a72", "#7fb3d5", "#ffffff", "#ffffff", "#0b3c5d",
+    Style("largebuttons", "Big Buttons", "#0b3c5d", "#0f4a72", "#7fb3d5", "#ffffff", "#ffffff", "#0b3c5d",
           "#f2b134", "#000000", "#f2b134", "#0b3c5d", "#ffffff", "#ffffff", "#d6eaf8", "#f2b134",
           big=True, corner=0.14),
 ]

@@ -17,6 +17,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QGuiApplication>
+#include <QScreen>
 #include <QThread>
 #include <cstdio>
 
@@ -148,7 +149,11 @@ int RunPlayer(const QStringList& arguments)
     // Signals first: whoever can find the player may also end it at once.
     OnTerminationSignal([&frame] { frame.SendCommand(Command::Exit); });
     frame.ListenForOtherInstances();
-    frame.resize(frame.sizeHint());
+    // The skin's size, or what of the screen there is: the display scales.
+    QSize size = frame.sizeHint();
+    if (const QScreen* screen = QGuiApplication::primaryScreen())
+        size = size.boundedTo(screen->availableSize());
+    frame.resize(size);
     FirstPaintProbe::InstallIfAsked(frame);
     frame.show();
     return QApplication::exec();

@@ -618,10 +618,12 @@ void SkinnedDisplay::paintEvent(QPaintEvent* event)
         painter.fillRect(event->rect(), Qt::black);
         return;
     }
-    // Outside the layout the window stays dark.
+    // Around a layout scaled to a window of another shape, the skin's own
+    // edge colour continues.
     const QRegion outside = QRegion(rect()) - QRegion(target.toAlignedRect());
+    const QColor edge = back_.pixelColor(0, 0);
     for (const QRect& r : outside)
-        painter.fillRect(r, Qt::black);
+        painter.fillRect(r, edge);
     if (target.size().toSize() == back_.size()) {
         painter.drawImage(target.topLeft(), back_);
     } else {
