@@ -162,6 +162,7 @@ enum Id : int {
     LowMemory = 61507,
     AboutText = 61508,
     RegistryOpenFailed = 61509,
+    DetailsPageFailed = 61510,
 
     // 61600: formats shown to the user.
     TimeHms = 61600,
@@ -321,6 +322,7 @@ inline constexpr StringEntry kStringTable[] = {
     {Str::LowMemory, "Low Memory detected"},
     {Str::AboutText, "About TalvoPlayer 5.5.0.10(%s)"},
     {Str::RegistryOpenFailed, "The settings store %s cannot be opened (error %d)."},
+    {Str::DetailsPageFailed, "Failed to create the details page %s. %s."},
 
     {Str::TimeHms, "%.02d:%.02d:%.02d"},
     {Str::SizeMegabytes, "%ld.%ld MB"},

@@ -1,6 +1,7 @@
 // Writes a PNG of the main screen for every shipped skin at each of its
 // layouts (stopped, playing, a button held, the volume shown) and of the skin
-// dialog in both layouts, so that a person can look at what listeners see.
+// dialog in both layouts and of a program's details page with and without its
+// cover, so that a person can look at what listeners see.
 //
 //     talvo-screenshots OUTPUT-FOLDER MUSIC-FOLDER
 //
@@ -8,6 +9,8 @@
 // the programs to show (the demo library).
 #include "app/CMainFrame.h"
 #include "base/CommandIds.h"
+#include "library/ProgramDetailsDialog.h"
+#include "library/ProgramDetailsPage.h"
 #include "platform/Registry.h"
 #include "playback/ProgramFile.h"
 #include "skins/SkinDialog.h"
@@ -16,6 +19,7 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QDirIterator>
 #include <QElapsedTimer>
 #include <QTemporaryDir>
 #include <cstdio>
@@ -120,6 +124,26 @@ int main(int argc, char** argv)
         settle();
         failures += !save(dialog, out + (keyLayout ? "/skin-dialog-smartphone.png" : "/skin-dialog.png"));
         dialog.reject();
+    }
+
+    // A program's details page, with its cover and without one.
+    QDirIterator found(QString::fromLocal8Bit(argv[2]), {"*.zq", "*.zqx"}, QDir::Files,
+                       QDirIterator::Subdirectories);
+    if (found.hasNext()) {
+        ProgramFile program(found.next());
+        if (program.ReadMetadata() == ZQX_OK) {
+            ProgramDetails details = GatherProgramDetails(program);
+            for (bool withCover : {true, false}) {
+                if (!withCover)
+                    details.cover.clear();
+                DetailsPageFiles files;
+                failures += !WriteDetailsPage(details, program.Key(), device.path(), &files);
+                ProgramDetailsDialog dialog(files.page);
+                dialog.show();
+                settle();
+                failures += !save(dialog, out + (withCover ? "/details.png" : "/details-no-cover.png"));
+            }
+        }
     }
     return failures == 0 ? 0 : 1;
 }
