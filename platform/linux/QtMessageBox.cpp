@@ -26,6 +26,8 @@ public:
     int Show(QWidget* owner, const QString& text, const QString& caption, MessageBoxStyle style) override
     {
         QMessageBox box(IconOf(style), caption, text, QMessageBox::NoButton, owner);
+        // Texts carry program titles and paths: markup in them is shown, never run.
+        box.setTextFormat(Qt::PlainText);
         box.setWindowModality(owner ? Qt::WindowModal : Qt::ApplicationModal);
         if (style & MB_TOPMOST)
             box.setWindowFlag(Qt::WindowStaysOnTopHint, true);

@@ -5,6 +5,8 @@
 #include "base/DetectPlatform.h"
 #include "base/StringTable.h"
 #include "base/TimeText.h"
+#include "library/ProgramList.h"
+#include "library/ProgramListDialog.h"
 #include "platform/KeepAwake.h"
 #include "platform/MessageBox.h"
 #include "playback/ProgramFile.h"
@@ -511,6 +513,14 @@ bool CMainFrame::onCommand(std::uint16_t id)
     case Command::ResetSkin:
         applyActiveSkin();
         return true;
+    case Command::ProgramList:
+    case Command::ProgramListPressed:
+        openProgramList();
+        return true;
+    case Command::LaunchFeldrun:
+    case Command::LaunchFeldrunOld:
+        LaunchFeldrun(env_.programFolder, this);
+        return true;
     default:
         // The dialogs, help and skin commands arrive with their subsystems.
         return false;
@@ -716,6 +726,32 @@ void CMainFrame::onRemoteControlKey(const std::uint8_t* record)
     default:
         break;
     }
+}
+
+void CMainFrame::openProgramList()
+{
+    // The list searches the library again, which closes the open program:
+    // stop first, and go on afterwards when the same program is still current.
+    ProgramFile* before = library_.Current();
+    const QString playedPath = before ? before->path : QString();
+    const bool wasPlaying = audio_.IsPlaying();
+    if (wasPlaying)
+        audio_.StartOrStop();
+    const bool chosen = RunProgramList(library_, env_.programFolder, this) != kProgramListCancelled;
+    // The search reopens "Last Program", which a program opened for the first
+    // time has not yet become: closed without a choice, the list keeps the
+    // program that was current when it still exists.
+    if (!chosen && !playedPath.isEmpty()) {
+        const std::int32_t index = library_.IndexOfPath(playedPath);
+        if (index >= 0 && index != library_.CurrentIndex())
+            library_.SelectProgram(index);
+    }
+    ProgramFile* current = library_.Current();
+    audio_.lastPositionMs = current ? current->Position() : 0;
+    DropCoverPicture();
+    RedrawDisplay();
+    if (current && !audio_.IsPlaying() && (chosen || (wasPlaying && current->path == playedPath)))
+        audio_.StartOrStop();
 }
 
 void CMainFrame::initialLoad()

@@ -89,6 +89,7 @@ private:
     void onSyncAddProgram(const QString& path);
     void onOpenProgramFile(const QString& path);
     void onStorageChange(unsigned event);
+    void openProgramList();
     void initialLoad();
     QSize screenSize() const;
     bool loadSkin();
