@@ -1,7 +1,8 @@
 // Writes a PNG of the main screen for every shipped skin at each of its
 // layouts (stopped, playing, a button held, the volume shown) and of the skin
-// dialog in both layouts and of a program's details page with and without its
-// cover, so that a person can look at what listeners see.
+// dialog in both layouts, of a program's details page with and without its
+// cover and of the program list, full and empty, in both layouts, so that a person can look at what listeners
+// see.
 //
 //     talvo-screenshots OUTPUT-FOLDER MUSIC-FOLDER
 //
@@ -11,6 +12,7 @@
 #include "base/CommandIds.h"
 #include "library/ProgramDetailsDialog.h"
 #include "library/ProgramDetailsPage.h"
+#include "library/ProgramListDialog.h"
 #include "platform/Registry.h"
 #include "playback/ProgramFile.h"
 #include "skins/SkinDialog.h"
@@ -144,6 +146,25 @@ int main(int argc, char** argv)
                 failures += !save(dialog, out + (withCover ? "/details.png" : "/details-no-cover.png"));
             }
         }
+    }
+
+    // The program list with the demo library and with none, Pocket PC and Smartphone.
+    for (bool empty : {false, true}) {
+        QTemporaryDir nothing;
+        qputenv("TALVOPLAYER_MUSIC", empty ? QFile::encodeName(nothing.path()) : QByteArray(argv[2]));
+        CMainFrame frame({*registry, programFolder, QString(), makeWaveOut});
+        for (int layout : {kListTemplatePocketPc, kListTemplateSmartphone}) {
+            ProgramListDialog dialog(frame.Library(), programFolder, layout);
+            dialog.setWindowState(Qt::WindowNoState);
+            dialog.resize(layout == kListTemplateSmartphone ? QSize(240, 320) : QSize(480, 640));
+            dialog.show();
+            settle();
+            failures += !save(dialog, out + QStringLiteral("/program-list%1%2.png")
+                                                .arg(layout == kListTemplateSmartphone ? "-smartphone" : "")
+                                                .arg(empty ? "-empty" : ""));
+            dialog.reject();
+        }
+        frame.close();
     }
     return failures == 0 ? 0 : 1;
 }
