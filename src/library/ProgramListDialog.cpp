@@ -42,7 +42,6 @@ QPushButton* MakeButton(int textId, const char* name)
     auto* button = new QPushButton(LoadString(textId));
     button->setObjectName(QString::fromLatin1(name));
     button->setAccessibleName(LoadString(textId));
-    button->setAutoDefault(false);
     return button;
 }
 

@@ -13,6 +13,7 @@
 #include <QApplication>
 #include <QKeyEvent>
 #include <QLabel>
+#include <QMessageBox>
 #include <QTimer>
 #include <QTreeWidget>
 
@@ -141,6 +142,21 @@ TEST_F(ProgramListTest, DeleteAsksThenRemovesFileSideFileEntryAndRow)
     startPlayer();
     ProgramListDialog dialog(frame_->Library(), device_.path("app"), kListTemplatePocketPc);
     dialog.SelectRow(1);
+
+    // A real box answered with Cancel deletes nothing.
+    qunsetenv("TALVOPLAYER_MESSAGES");
+    QTimer::singleShot(0, [] {
+        for (QWidget* widget : QApplication::topLevelWidgets()) {
+            if (auto* box = qobject_cast<QMessageBox*>(widget); box && box->isVisible())
+                box->button(QMessageBox::Cancel)->click();
+        }
+    });
+    dialog.DeleteSelected();
+    device_.set("TALVOPLAYER_MESSAGES", device_.messageLogPath());
+    EXPECT_TRUE(QFile::exists(paths_[1]));
+    EXPECT_EQ(RowTexts(dialog).size(), 3);
+    EXPECT_TRUE(dialog.IsDeleteEnabled());
+
     // The Delete key runs the same command as the button.
     Press(dialog.findChild<QTreeWidget*>(QStringLiteral("programList")), Qt::Key_Delete);
 

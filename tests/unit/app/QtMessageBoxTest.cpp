@@ -15,6 +15,7 @@ struct SeenBox {
     bool topMost = false;
     QString caption;
     QString text;
+    Qt::TextFormat format = Qt::AutoText;
     QStringList buttons;
 };
 
@@ -33,6 +34,7 @@ int ShowAndPress(MessageBoxStyle style, QMessageBox::StandardButton press, SeenB
         seen->topMost = box->windowFlags().testFlag(Qt::WindowStaysOnTopHint);
         seen->caption = box->windowTitle();
         seen->text = box->text();
+        seen->format = box->textFormat();
         for (QAbstractButton* b : box->buttons())
             seen->buttons.append(b->text().remove(QLatin1Char('&')));
         seen->buttons.sort();
@@ -55,6 +57,8 @@ TEST(QtMessageBoxTest, ShowsTheStyleAndAnswersWithThePressedButton)
     EXPECT_EQ(error.icon, QMessageBox::Critical);
     EXPECT_TRUE(error.topMost);
     EXPECT_EQ(error.caption, QStringLiteral("TalvoPlayer Error"));
+    // Titles and paths in the text may look like markup; they are shown as written.
+    EXPECT_EQ(error.format, Qt::PlainText);
     EXPECT_EQ(error.buttons, QStringList{QStringLiteral("OK")});
 
     SeenBox question;
