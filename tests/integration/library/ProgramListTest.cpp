@@ -4,6 +4,7 @@
 
 #include "base/CommandIds.h"
 #include "library/ProgramDeletion.h"
+#include "library/ProgramDetailsDialog.h"
 #include "library/ProgramList.h"
 #include "library/ProgramListDialog.h"
 #include "library/ProgramStateStore.h"
@@ -286,6 +287,24 @@ TEST_F(ProgramListTest, ListenPlaysTheChosenProgram)
     EXPECT_EQ(QFileInfo(current().path).fileName(), QStringLiteral("a.zq"));
     EXPECT_FALSE(QFile::exists(paths_[1]));
     EXPECT_EQ(frame_->Library().Count(), 2);
+}
+
+TEST_F(ProgramListTest, DetailsShowsThePageOfTheSelectedRow)
+{
+    WritePcmProgram(musicPath("Author/a/a.zq"), "a", 60);
+    WritePcmProgram(musicPath("Author/b/b.zq"), "b", 120);
+    startPlayer();
+    ProgramListDialog dialog(frame_->Library(), device_.path("app"), kListTemplatePocketPc);
+    dialog.SelectRow(1);
+    QString shown;
+    QTimer::singleShot(0, [&] {
+        if (auto* details = qobject_cast<ProgramDetailsDialog*>(QApplication::activeModalWidget())) {
+            shown = details->Browser()->toPlainText();
+            details->reject();
+        }
+    });
+    dialog.ShowDetails();
+    EXPECT_TRUE(shown.contains(QStringLiteral("00:02:00"))) << shown.toStdString();
 }
 
 TEST_F(ProgramListTest, FeldrunStartsBesideThePlayerOrSaysWhy)
