@@ -24,6 +24,8 @@
 namespace talvo {
 namespace {
 
+// What DetectPlatform answers on a Smartphone.
+constexpr int kSmartphonePlatform = 1;
 // The list's one column is this wide once it is filled.
 constexpr int kColumnWidth = 320;
 // The list's font: 14 pixels high, bold.
@@ -49,7 +51,7 @@ QPushButton* MakeButton(int textId, const char* name)
 
 int ProgramListTemplate(int platform, QSize screen)
 {
-    if (platform == 1)
+    if (platform == kSmartphonePlatform)
         return kListTemplateSmartphone;
     return screen.width() > screen.height() ? kListTemplatePocketPcWide : kListTemplatePocketPc;
 }
