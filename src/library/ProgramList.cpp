@@ -185,7 +185,8 @@ QString FeldrunPath(const QString& applicationFolder)
 
 bool LaunchFeldrun(const QString& applicationFolder, QWidget* owner)
 {
-    if (QProcess::startDetached(FeldrunPath(applicationFolder), {}))
+    // Without a folder of its own the player would start whatever "/Feldrun" is.
+    if (!applicationFolder.isEmpty() && QProcess::startDetached(FeldrunPath(applicationFolder), {}))
         return true;
     ShowMessageBox(owner, LoadString(Str::FeldrunLaunchFailed), LoadString(Str::ErrorCaption),
                    kErrorBoxStyle);

@@ -322,6 +322,8 @@ TEST_F(ProgramListTest, FeldrunStartsBesideThePlayerOrSaysWhy)
     frame_->SendCommand(Command::LaunchFeldrunOld);
     EXPECT_TRUE(pump([&] { return QFile::exists(mark); }));
     EXPECT_EQ(device_.messages().size(), 1);
+    EXPECT_FALSE(LaunchFeldrun(QString(), nullptr));
+    EXPECT_EQ(device_.messages().size(), 2);
 }
 
 TEST(StorageSizeText, WholeBytesKilobytesAndMegabytes)
