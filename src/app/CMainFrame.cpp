@@ -5,6 +5,7 @@
 #include "base/DetectPlatform.h"
 #include "base/StringTable.h"
 #include "base/TimeText.h"
+#include "library/BookmarkDialogs.h"
 #include "library/ProgramList.h"
 #include "library/ProgramListDialog.h"
 #include "platform/KeepAwake.h"
@@ -505,6 +506,13 @@ bool CMainFrame::onCommand(std::uint16_t id)
         DrawButton(Command::JumpBack, false);
         transport_.holdCounter = 0;
         return true;
+    case Command::AddBookmark:
+    case Command::CreateBookmarkPressed:
+        addBookmark();
+        return true;
+    case Command::EditBookmarks:
+        editBookmarks();
+        return true;
     case Command::Skins: {
         SkinDialog dialog(skins_, *this, DetectPlatform() == 1, this);
         dialog.exec();
@@ -902,6 +910,35 @@ void CMainFrame::RedrawPosition()
 void CMainFrame::DrawButton(std::uint16_t command, bool pressed)
 {
     display_->DrawButton(command, pressed);
+}
+
+void CMainFrame::addBookmark()
+{
+    ProgramFile* program = library_.Current();
+    if (!program)
+        return;
+    const std::uint32_t time = program->IsOpen() ? program->Position() : 0;
+    BookmarkNameDialog dialog(Str::AddBookmarkCaption, LoadString(Str::NewBookmark), time, false, this);
+    if (dialog.exec() != QDialog::Accepted)
+        return;
+    program->bookmarks.push_back({dialog.Name().toStdU16String(), time});
+    RemoveDuplicateBookmarks(program->bookmarks);
+    // A bookmark is kept the moment it is made.
+    store_.SaveProgramState(*program);
+}
+
+void CMainFrame::editBookmarks()
+{
+    ProgramFile* program = library_.Current();
+    if (!program)
+        return;
+    BookmarkListDialog dialog(program->bookmarks, DetectPlatform() == 1, this);
+    if (dialog.exec() != QDialog::Accepted)
+        return;
+    program->bookmarks = dialog.Rows();
+    store_.SaveProgramState(*program);
+    if (std::optional<int> chosen = dialog.ChosenRow())
+        transport_.GoToBookmark(*chosen);
 }
 
 QSize CMainFrame::screenSize() const

@@ -91,6 +91,8 @@ private:
     void onStorageChange(unsigned event);
     void openProgramList();
     void initialLoad();
+    void addBookmark();
+    void editBookmarks();
     QSize screenSize() const;
     bool loadSkin();
     void applyActiveSkin();

@@ -242,16 +242,21 @@ bool ProgramStateStore::LoadProgramState(ProgramFile& entry)
         entry.bookmarks.push_back(std::move(bookmark));
     }
 
+    RemoveDuplicateBookmarks(entry.bookmarks);
+    return true;
+}
+
+void RemoveDuplicateBookmarks(std::vector<Bookmark>& bookmarks)
+{
     // A bookmark equal to an earlier one in name and time adds nothing; the
-    // order is otherwise kept as stored.
+    // order is otherwise kept.
     std::vector<Bookmark> unique;
-    unique.reserve(entry.bookmarks.size());
-    for (Bookmark& bookmark : entry.bookmarks) {
+    unique.reserve(bookmarks.size());
+    for (Bookmark& bookmark : bookmarks) {
         if (std::find(unique.begin(), unique.end(), bookmark) == unique.end())
             unique.push_back(std::move(bookmark));
     }
-    entry.bookmarks = std::move(unique);
-    return true;
+    bookmarks = std::move(unique);
 }
 
 } // namespace talvo

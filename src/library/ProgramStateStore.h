@@ -5,12 +5,12 @@
 // from the start of the file, which differs for a file holding a part of a
 // longer program (its span start is added on save and taken off on load).
 #include "platform/Registry.h"
+#include "playback/ProgramFile.h"
 
 #include <QString>
+#include <vector>
 
 namespace talvo {
-
-class ProgramFile;
 
 class ProgramStateStore {
 public:
@@ -29,5 +29,8 @@ public:
 private:
     Registry& registry_;
 };
+
+// Drops every bookmark equal in name and time to an earlier one, as loading does.
+void RemoveDuplicateBookmarks(std::vector<Bookmark>& bookmarks);
 
 } // namespace talvo
