@@ -25,6 +25,7 @@ using LRESULT = std::intptr_t;
 
 inline constexpr UINT WM_CLOSE = 0x0010;
 inline constexpr UINT WM_SETTINGCHANGE = 0x001A;
+inline constexpr UINT WM_HELP = 0x0053;
 inline constexpr UINT WM_COPYDATA = 0x004A;
 inline constexpr UINT WM_COMMAND = 0x0111;
 inline constexpr UINT WM_TIMER = 0x0113;

@@ -1,6 +1,7 @@
 #include "app/CMainFrame.h"
 
 #include "app/FirstPaintGate.h"
+#include "app/InfoScreens.h"
 #include "base/CommandIds.h"
 #include "base/DetectPlatform.h"
 #include "base/StringTable.h"
@@ -32,6 +33,9 @@
 
 namespace talvo {
 namespace {
+
+// "First Time Run" once the welcome screen has been shown.
+constexpr DWORD kFirstRunDone = 2;
 
 struct MenuEntry {
     std::uint16_t command;
@@ -346,6 +350,9 @@ LRESULT CMainFrame::WindowProc(UINT message, WPARAM wParam, LPARAM lParam)
     case WM_SETTINGCHANGE:
         onScreenChange();
         return 0;
+    case WM_HELP:
+        ShowHelp(env_.programFolder, this);
+        return 0;
     case MM_WOM_OPEN:
     case MM_WOM_CLOSE:
     case Message::Ignored1023:
@@ -513,6 +520,13 @@ bool CMainFrame::onCommand(std::uint16_t id)
     case Command::EditBookmarks:
         editBookmarks();
         return true;
+    case Command::Help:
+        ShowHelp(env_.programFolder, this);
+        return true;
+    case Command::About:
+    case Command::AboutLogo:
+        ShowAbout(this);
+        return true;
     case Command::Skins: {
         SkinDialog dialog(skins_, *this, DetectPlatform() == 1, this);
         dialog.exec();
@@ -664,6 +678,11 @@ void CMainFrame::onKeyUp(int key)
 
 void CMainFrame::keyPressEvent(QKeyEvent* event)
 {
+    // The help key of a keyboard, as the handheld's help key.
+    if (event->key() == Qt::Key_Help || event->key() == Qt::Key_F1) {
+        PostMessage(WM_HELP);
+        return;
+    }
     int key = virtualKey(event);
     if (key == 0)
         return MessageWindow::keyPressEvent(event);
@@ -770,6 +789,11 @@ void CMainFrame::initialLoad()
         audio_.lastPositionMs = program->Position();
     SetWaitCursor(false);
     RedrawDisplay();
+    if (settings_.GetFirstTimeRun() != kFirstRunDone) {
+        // Marked first, so a player that dies under the screen never shows it twice.
+        settings_.SetFirstTimeRun(kFirstRunDone);
+        ShowWelcome(env_.programFolder, this);
+    }
     if (!env_.fileArgument.isEmpty()) {
         std::u16string path = env_.fileArgument.toStdU16String();
         SendMessage(Message::OpenProgramFile, 0, reinterpret_cast<LPARAM>(path.c_str()));

@@ -163,6 +163,10 @@ enum Id : int {
     AboutText = 61508,
     RegistryOpenFailed = 61509,
     DetailsPageFailed = 61510,
+    AboutSummary = 61511,
+    HelpMissing = 61512,
+    WelcomeTitle = 61513,
+    WelcomeText = 61514,
 
     // 61600: formats shown to the user.
     TimeHms = 61600,
@@ -323,6 +327,11 @@ inline constexpr StringEntry kStringTable[] = {
     {Str::AboutText, "About TalvoPlayer 5.5.0.10(%s)"},
     {Str::RegistryOpenFailed, "The settings store %s cannot be opened (error %d)."},
     {Str::DetailsPageFailed, "Failed to create the details page %s. %s."},
+    {Str::AboutSummary, "Plays audio books and daily programs, and remembers where you left each one."},
+    {Str::HelpMissing, "The help page %s cannot be opened."},
+    {Str::WelcomeTitle, "Welcome to TalvoPlayer"},
+    {Str::WelcomeText, "Your audio books and programs are listed under Library. Tap a program to listen; "
+                       "TalvoPlayer remembers where you stopped in every one of them."},
 
     {Str::TimeHms, "%.02d:%.02d:%.02d"},
     {Str::SizeMegabytes, "%ld.%ld MB"},

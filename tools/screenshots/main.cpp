@@ -9,7 +9,10 @@
 // Runs offscreen on a private device in a temporary folder; MUSIC-FOLDER holds
 // the programs to show (the demo library).
 #include "app/CMainFrame.h"
+#include "app/InfoScreens.h"
 #include "base/CommandIds.h"
+#include "base/StringTable.h"
+#include "library/BookmarkDialogs.h"
 #include "library/ProgramDetailsDialog.h"
 #include "library/ProgramDetailsPage.h"
 #include "library/ProgramListDialog.h"
@@ -24,6 +27,7 @@
 #include <QDirIterator>
 #include <QElapsedTimer>
 #include <QTemporaryDir>
+#include <QTimer>
 #include <cstdio>
 
 using namespace talvo;
@@ -165,6 +169,37 @@ int main(int argc, char** argv)
             dialog.reject();
         }
         frame.close();
+    }
+    // The shell's own screens: welcome, About, help and the bookmark dialogs.
+    {
+        QDialog* welcome = ShowWelcome(programFolder, nullptr);
+        settle();
+        failures += !save(*welcome, out + "/welcome.png");
+        welcome->close();
+        const auto grabModal = [&](const QString& name) {
+            QTimer::singleShot(200, [&failures, name, out] {
+                if (auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget())) {
+                    failures += !save(*dialog, out + "/" + name);
+                    dialog->accept();
+                }
+            });
+        };
+        grabModal(QStringLiteral("about.png"));
+        ShowAbout(nullptr);
+        grabModal(QStringLiteral("help.png"));
+        ShowHelp(programFolder, nullptr);
+        for (bool keyLayout : {false, true}) {
+            BookmarkListDialog list({{u"Opening", 5000}, {u"The storm", 61000}, {u"Chapter 3", 1832000}},
+                                    keyLayout);
+            list.SelectRow(1);
+            list.show();
+            settle();
+            failures += !save(list, out + (keyLayout ? "/bookmarks-smartphone.png" : "/bookmarks.png"));
+        }
+        BookmarkNameDialog name(Str::AddBookmarkCaption, LoadString(Str::NewBookmark), 61000, false);
+        name.show();
+        settle();
+        failures += !save(name, out + "/bookmark-name.png");
     }
     return failures == 0 ? 0 : 1;
 }

@@ -6,9 +6,11 @@
 #include "skins/SkinnedDisplay.h"
 
 #include <QApplication>
+#include <QDialog>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QSlider>
+#include <QTextBrowser>
 #include <QTimer>
 
 namespace talvo::test {
@@ -226,6 +228,55 @@ TEST_F(MainWindow, WithoutASkinThatFitsItSaysSoAndCloses)
     const QStringList boxes = device_.messages();
     ASSERT_EQ(boxes.size(), 1);
     EXPECT_TRUE(boxes[0].contains("unable to load a skin that fits your device resolution"));
+}
+
+TEST_F(MainWindow, TheFirstRunWelcomesOnceWithoutTouchingPlaybackAndAboutAndHelpOpen)
+{
+    WritePcmProgram(musicPath("Author/Book/book.zq"), "book", 60);
+    SettingsStore(*registry_).SetFirstTimeRun(0);
+    QFile welcome(device_.path("app/zqserver.ini"));
+    ASSERT_TRUE(welcome.open(QIODevice::WriteOnly));
+    welcome.write("[Welcome]\r\nTitle=Hello listener\r\nText=Programs arrive every morning.\r\n");
+    welcome.close();
+    startPlayer();
+    auto* shown = frame_->findChild<QDialog*>("welcome");
+    ASSERT_NE(shown, nullptr);
+    EXPECT_TRUE(shown->isModal());
+    EXPECT_EQ(shown->windowTitle(), "Hello listener");
+    EXPECT_EQ(shown->findChild<QLabel*>("welcomeText")->text(), "Programs arrive every morning.");
+    EXPECT_FALSE(frame_->Audio().IsPlaying());
+    EXPECT_EQ(SettingsStore(*registry_).GetFirstTimeRun(), 2u);
+    shown->accept();
+    pump();
+    frame_.reset();
+    startPlayer();
+    EXPECT_EQ(frame_->findChild<QDialog*>("welcome"), nullptr);
+
+    QString about;
+    QTimer::singleShot(0, [&] {
+        QWidget* dialog = QApplication::activeModalWidget();
+        ASSERT_NE(dialog, nullptr);
+        about = dialog->findChild<QLabel*>("aboutVersion")->text();
+        static_cast<QDialog*>(dialog)->accept();
+    });
+    frame_->SendCommand(Command::AboutLogo);
+    EXPECT_EQ(about, "About TalvoPlayer 5.5.0.10(Linux)");
+
+    // The help page lies beside the program; without it the player says so.
+    frame_->SendMessage(WM_HELP);
+    ASSERT_EQ(device_.messages().size(), 1);
+    EXPECT_TRUE(device_.messages()[0].contains("TalvoPlayerHlp.htm cannot be opened"));
+    ASSERT_TRUE(QFile::copy(QStringLiteral(TALVO_BUILD_DIR "/bin/TalvoPlayerHlp.htm"),
+                            device_.path("app/TalvoPlayerHlp.htm")));
+    QString help;
+    QTimer::singleShot(0, [&] {
+        QWidget* dialog = QApplication::activeModalWidget();
+        ASSERT_NE(dialog, nullptr);
+        help = dialog->findChild<QTextBrowser*>("helpPage")->toPlainText();
+        static_cast<QDialog*>(dialog)->accept();
+    });
+    frame_->SendCommand(Command::Help);
+    EXPECT_TRUE(help.contains("Bookmarks"));
 }
 
 TEST_F(MainWindow, HeldKeysRunTheirHoldOnceAndTheirReleaseEndsIt)

@@ -5,6 +5,7 @@
 #include "app/CMainFrame.h"
 #include "platform/null/ManualWaveOut.h"
 #include "playback/ProgramFile.h"
+#include "settings/SettingsStore.h"
 #include "tests/support/TestDevice.h"
 #include "zqx/zqxwriter.h"
 
@@ -57,6 +58,8 @@ protected:
     {
         registry_ = OpenSqliteRegistry(device_.registryPath().toStdString());
         ASSERT_TRUE(registry_);
+        // A device used before: the welcome of the first run is over.
+        SettingsStore(*registry_).SetFirstTimeRun(2);
         QDir().mkpath(device_.path("app"));
         // The shipped skins, drawn by the build beside the player.
         ASSERT_TRUE(QFile::link(QStringLiteral(TALVO_BUILD_DIR "/bin/Skins"), device_.path("app/Skins")));
