@@ -1,5 +1,6 @@
 #include "app/InfoScreens.h"
 
+#include "base/DialogButtons.h"
 #include "base/StringTable.h"
 #include "platform/MessageBox.h"
 #include "skins/IniFile.h"
@@ -26,11 +27,7 @@ QDialog* makeScreen(const QString& title, QWidget* content, const QString& name,
     dialog->setAccessibleName(title);
     auto* layout = new QVBoxLayout(dialog);
     layout->addWidget(content, 1);
-    auto* buttons = new QDialogButtonBox;
-    QPushButton* ok = buttons->addButton(LoadString(Str::ButtonOk), QDialogButtonBox::AcceptRole);
-    ok->setObjectName(QStringLiteral("okButton"));
-    ok->setDefault(true);
-    QObject::connect(buttons, &QDialogButtonBox::accepted, dialog, &QDialog::accept);
+    QDialogButtonBox* buttons = MakeDialogButtons(*dialog, false);
     layout->addWidget(buttons);
     return dialog;
 }

@@ -1,5 +1,6 @@
 #include "library/BookmarkDialogs.h"
 
+#include "base/DialogButtons.h"
 #include "base/StringTable.h"
 #include "base/TimeText.h"
 #include "platform/MessageBox.h"
@@ -20,19 +21,6 @@ namespace {
 
 // Each row keeps its bookmark's time, which the time text only shows rounded.
 constexpr int kTimeRole = Qt::UserRole;
-
-QDialogButtonBox* okCancel(QDialog* dialog)
-{
-    auto* buttons = new QDialogButtonBox;
-    QPushButton* ok = buttons->addButton(LoadString(Str::ButtonOk), QDialogButtonBox::AcceptRole);
-    QPushButton* cancel = buttons->addButton(LoadString(Str::ButtonCancel), QDialogButtonBox::RejectRole);
-    ok->setObjectName(QStringLiteral("okButton"));
-    cancel->setObjectName(QStringLiteral("cancelButton"));
-    ok->setDefault(true);
-    QObject::connect(buttons, &QDialogButtonBox::accepted, dialog, &QDialog::accept);
-    QObject::connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::reject);
-    return buttons;
-}
 
 } // namespace
 
@@ -56,7 +44,7 @@ BookmarkNameDialog::BookmarkNameDialog(int captionId, const QString& name, std::
     layout->addWidget(name_);
     layout->addWidget(timeLabel);
     layout->addWidget(time);
-    layout->addWidget(okCancel(this));
+    layout->addWidget(MakeDialogButtons(*this));
     name_->selectAll();
     name_->setFocus();
 }
@@ -131,7 +119,7 @@ BookmarkListDialog::BookmarkListDialog(const std::vector<Bookmark>& bookmarks, b
         edit->addWidget(remove);
         edit->addWidget(update);
         layout->addLayout(edit);
-        layout->addWidget(okCancel(this));
+        layout->addWidget(MakeDialogButtons(*this));
     }
     rows_->setFocus();
 }

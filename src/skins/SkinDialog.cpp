@@ -1,6 +1,7 @@
 #include "skins/SkinDialog.h"
 
 #include "base/CommandIds.h"
+#include "base/DialogButtons.h"
 #include "base/StringTable.h"
 #include "platform/MessageBox.h"
 
@@ -32,14 +33,7 @@ SkinDialog::SkinDialog(SkinList& skins, MessageWindow& window, bool keyLayout, Q
     layout->addWidget(label);
     layout->addWidget(list_, 1);
     layout->addWidget(preview_, 2);
-    auto* buttons = new QDialogButtonBox;
-    QPushButton* ok = buttons->addButton(LoadString(Str::ButtonOk), QDialogButtonBox::AcceptRole);
-    QPushButton* cancel = buttons->addButton(LoadString(Str::ButtonCancel), QDialogButtonBox::RejectRole);
-    ok->setObjectName(QStringLiteral("okButton"));
-    cancel->setObjectName(QStringLiteral("cancelButton"));
-    ok->setDefault(true);
-    connect(buttons, &QDialogButtonBox::accepted, this, &SkinDialog::accept);
-    connect(buttons, &QDialogButtonBox::rejected, this, &SkinDialog::reject);
+    QDialogButtonBox* buttons = MakeDialogButtons(*this);
     layout->addWidget(buttons);
     if (keyLayout) {
         // The smaller layout of key-driven devices: less room around the list.

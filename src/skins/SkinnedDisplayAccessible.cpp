@@ -19,9 +19,11 @@ constexpr std::array<std::string_view, kSkinButtonCount> kButtonNames = {
 enum class ShownText { Title, Time, Total, Section };
 constexpr int kShownTextCount = 4;
 
-class SkinButtonAccessible final : public QAccessibleInterface, public QAccessibleActionInterface {
+// What the display's parts have in common: no object of their own, no
+// children, the display's window and the display as parent.
+class DisplayPartAccessible : public QAccessibleInterface {
 public:
-    SkinButtonAccessible(SkinnedDisplay* display, std::size_t index) : display_(display), index_(index) {}
+    explicit DisplayPartAccessible(SkinnedDisplay* display) : display_(display) {}
 
     bool isValid() const override { return display_ != nullptr; }
     QObject* object() const override { return nullptr; }
@@ -32,13 +34,25 @@ public:
     int indexOfChild(const QAccessibleInterface*) const override { return -1; }
     QAccessibleInterface* childAt(int, int) const override { return nullptr; }
     QAccessibleInterface* focusChild() const override { return nullptr; }
+    void setText(QAccessible::Text, const QString&) override {}
+
+protected:
+    SkinnedDisplay* display_;
+};
+
+class SkinButtonAccessible final : public DisplayPartAccessible, public QAccessibleActionInterface {
+public:
+    SkinButtonAccessible(SkinnedDisplay* display, std::size_t index)
+        : DisplayPartAccessible(display), index_(index)
+    {
+    }
+
     QString text(QAccessible::Text t) const override
     {
         return t == QAccessible::Name
                    ? QString::fromLatin1(kButtonNames[index_].data(), kButtonNames[index_].size())
                    : QString();
     }
-    void setText(QAccessible::Text, const QString&) override {}
     QRect rect() const override { return display_->GlobalRectOfButton(index_); }
     QAccessible::Role role() const override { return QAccessible::Button; }
     QAccessible::State state() const override { return {}; }
@@ -57,23 +71,16 @@ public:
     QStringList keyBindingsForAction(const QString&) const override { return {}; }
 
 private:
-    SkinnedDisplay* display_;
     std::size_t index_;
 };
 
-class ShownTextAccessible final : public QAccessibleInterface {
+class ShownTextAccessible final : public DisplayPartAccessible {
 public:
-    ShownTextAccessible(SkinnedDisplay* display, ShownText which) : display_(display), which_(which) {}
+    ShownTextAccessible(SkinnedDisplay* display, ShownText which)
+        : DisplayPartAccessible(display), which_(which)
+    {
+    }
 
-    bool isValid() const override { return display_ != nullptr; }
-    QObject* object() const override { return nullptr; }
-    QWindow* window() const override { return display_->window()->windowHandle(); }
-    QAccessibleInterface* parent() const override { return QAccessible::queryAccessibleInterface(display_); }
-    QAccessibleInterface* child(int) const override { return nullptr; }
-    int childCount() const override { return 0; }
-    int indexOfChild(const QAccessibleInterface*) const override { return -1; }
-    QAccessibleInterface* childAt(int, int) const override { return nullptr; }
-    QAccessibleInterface* focusChild() const override { return nullptr; }
     QString text(QAccessible::Text t) const override
     {
         if (t != QAccessible::Name)
@@ -90,7 +97,6 @@ public:
         }
         return {};
     }
-    void setText(QAccessible::Text, const QString&) override {}
     QRect rect() const override { return display_->rect().translated(display_->mapToGlobal(QPoint(0, 0))); }
     QAccessible::Role role() const override { return QAccessible::StaticText; }
     QAccessible::State state() const override
@@ -101,7 +107,6 @@ public:
     }
 
 private:
-    SkinnedDisplay* display_;
     ShownText which_;
 };
 
