@@ -17,6 +17,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QEventLoop>
+#include <QFile>
 #include <QTemporaryDir>
 #include <QTimer>
 #include <mpg123.h>
@@ -162,6 +163,8 @@ int main(int argc, char** argv)
         const QString device = root.filePath(QString("device%1").arg(&s - subjects));
         for (const char* sub : {"home", "music", "app"})
             QDir().mkpath(device + "/" + sub);
+        // The player draws its screen from the skins the build made.
+        QFile::link(QStringLiteral(TALVO_SKINS_PARENT "/Skins"), device + "/app/Skins");
         qputenv("TALVOPLAYER_REGISTRY", (device + "/registry.db").toUtf8());
         qputenv("TALVOPLAYER_HOME", (device + "/home").toUtf8());
         qputenv("TALVOPLAYER_MUSIC", (device + "/music").toUtf8());

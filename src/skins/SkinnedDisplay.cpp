@@ -69,8 +69,11 @@ void SkinnedDisplay::SetPosition(std::uint32_t positionMs, int section, int sect
 {
     if (!skin_)
         return;
+    // Refills come several times a second; the time shows whole seconds.
+    const bool sameSecond = positionMs / 1000 == content_.positionMs / 1000;
     content_.positionMs = positionMs;
-    composeTimes();
+    if (!sameSecond)
+        composeTimes();
     if (section != content_.section || sectionCount != content_.sectionCount) {
         content_.section = section;
         content_.sectionCount = sectionCount;

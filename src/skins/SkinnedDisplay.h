@@ -9,8 +9,9 @@
 //   window owns both and outlives it.
 // - The screen is composed in the skin's layout coordinates into a back
 //   buffer and shown in one copy, scaled to the widget keeping its shape.
-//   Changes redraw only the areas they touch: a new position the two time
-//   areas (and the section when it changed), a button its own rectangle.
+//   Changes redraw only the areas they touch: a position in another second
+//   the two time areas (and the section when it changed), a button its own
+//   rectangle.
 // - Stylus down and up arrive as mouse presses and releases; every command
 //   goes to the window as a posted WM_COMMAND, in the order the taps happen.
 // - Timer 1001 (the title scroll) is set on the window while the title is

@@ -191,8 +191,8 @@ TEST_F(MainWindow, APositionUpdateRecomposesOnlyTheTimesAndTheSection)
     const QImage before = display.Composed().copy();
     display.TakeComposedRegion();
 
-    frame_->SendCommand(Command::UpdatePosition); // same position and section
-    EXPECT_EQ(display.TakeComposedRegion(), QRegion(times));
+    frame_->SendCommand(Command::UpdatePosition); // same position and section: nothing to draw
+    EXPECT_TRUE(display.TakeComposedRegion().isEmpty());
     current().Seek(31000);
     frame_->SendCommand(Command::UpdatePosition);
     EXPECT_EQ(display.TakeComposedRegion(), QRegion(times) + section);
