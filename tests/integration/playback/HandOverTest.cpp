@@ -19,7 +19,8 @@ std::vector<std::int16_t> capturedSamples(const QString& path)
         return {};
     const QByteArray bytes = file.readAll().mid(44); // the capture's canonical header
     std::vector<std::int16_t> samples(static_cast<std::size_t>(bytes.size()) / 2);
-    std::memcpy(samples.data(), bytes.constData(), samples.size() * 2);
+    if (!samples.empty())
+        std::memcpy(samples.data(), bytes.constData(), samples.size() * 2);
     return samples;
 }
 
