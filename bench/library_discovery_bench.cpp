@@ -16,6 +16,7 @@
 // both sides either way.  Times are CPU times of this process (user and
 // system), the best of seven rounds with the subjects taking turns.  The trees
 // live in /dev/shm unless TMPDIR is set.
+#include "CpuTiming.h"
 #include "library/ProgramLibrary.h"
 #include "library/ProgramStateStore.h"
 #include "platform/Registry.h"
@@ -57,30 +58,6 @@ constexpr std::uint32_t kOneHourMs = 3600 * 1000;
 {
     std::fprintf(stderr, "library_discovery_bench: %s\n", what);
     std::exit(1);
-}
-
-// CPU time of this process (user and system), in ms: both subjects are work
-// on a warm page cache, and the machine's other load does not count against them.
-double CpuMilliseconds()
-{
-    timespec now{};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-    return double(now.tv_sec) * 1000.0 + double(now.tv_nsec) / 1e6;
-}
-
-// Runs the subjects in turn, round after round, so that a busy moment of the
-// machine hits them alike; the best CPU time of each, in ms.
-std::vector<double> BestMilliseconds(const std::vector<std::function<void()>>& subjects)
-{
-    std::vector<double> best(subjects.size(), 1e300);
-    for (int round = 0; round < kRounds; ++round) {
-        for (std::size_t i = 0; i < subjects.size(); ++i) {
-            const double start = CpuMilliseconds();
-            subjects[i]();
-            best[i] = std::min(best[i], CpuMilliseconds() - start);
-        }
-    }
-    return best;
 }
 
 // Small programs: 100 ms of silence, with a cover of coverBytes when asked.
@@ -216,11 +193,12 @@ void CompareWithWalk(const char* label, const QString& root, int expected)
     int walked = WalkReading4K(device.Music()); // warms the page cache for both
     int found = 0;
     int searched = 0;
-    const std::vector<double> best =
-        BestMilliseconds({[&] { found = device.Discover()->Count(); }, [&] { searched = device.Search(); },
-                          [&] {
-                              walked = WalkReading4K(device.Music());
-                          }});
+    const std::vector<double> best = bench::BestMilliseconds({[&] { found = device.Discover()->Count(); },
+                                                              [&] { searched = device.Search(); },
+                                                              [&] {
+                                                                  walked = WalkReading4K(device.Music());
+                                                              }},
+                                                             kRounds);
     const double discovery = best[0];
     const double search = best[1];
     const double walk = best[2];

@@ -8,6 +8,7 @@
 // below the music folder.  Times are CPU times of this process, the best of
 // five rounds with the subjects taking turns.  Runs offscreen; the trees live
 // in /dev/shm unless TMPDIR is set.
+#include "CpuTiming.h"
 #include "library/ProgramLibrary.h"
 #include "library/ProgramListDialog.h"
 #include "library/ProgramStateStore.h"
@@ -39,26 +40,6 @@ constexpr int kTitlesPerAuthor = 100;
 {
     std::fprintf(stderr, "program_list_bench: %s\n", what);
     std::exit(1);
-}
-
-double CpuMilliseconds()
-{
-    timespec now{};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-    return double(now.tv_sec) * 1000.0 + double(now.tv_nsec) / 1e6;
-}
-
-std::vector<double> BestMilliseconds(const std::vector<std::function<void()>>& subjects)
-{
-    std::vector<double> best(subjects.size(), 1e300);
-    for (int round = 0; round < kRounds; ++round) {
-        for (std::size_t i = 0; i < subjects.size(); ++i) {
-            const double start = CpuMilliseconds();
-            subjects[i]();
-            best[i] = std::min(best[i], CpuMilliseconds() - start);
-        }
-    }
-    return best;
 }
 
 void WriteModel(const QString& path)
@@ -118,25 +99,27 @@ int main(int argc, char** argv)
         if (library.Count() != programs)
             Fail("the library does not hold every program");
 
-        const std::vector<double> best = BestMilliseconds({
-            [&] {
-                ProgramListDialog dialog(library, root.filePath("app"), kListTemplatePocketPc);
-                if (dialog.SelectedRow() < 0)
-                    Fail("the list selected nothing");
+        const std::vector<double> best = bench::BestMilliseconds(
+            {
+                [&] {
+                    ProgramListDialog dialog(library, root.filePath("app"), kListTemplatePocketPc);
+                    if (dialog.SelectedRow() < 0)
+                        Fail("the list selected nothing");
+                },
+                [&] {
+                    library.Clear();
+                    library.RefreshAll();
+                    QListWidget bare;
+                    QStringList titles;
+                    titles.reserve(library.Count());
+                    for (std::int32_t i = 0; i < library.Count(); ++i)
+                        titles.append(QString::fromStdU16String(library.At(i).GetTitle()));
+                    bare.addItems(titles);
+                    if (bare.count() != programs)
+                        Fail("the bare list is short");
+                },
             },
-            [&] {
-                library.Clear();
-                library.RefreshAll();
-                QListWidget bare;
-                QStringList titles;
-                titles.reserve(library.Count());
-                for (std::int32_t i = 0; i < library.Count(); ++i)
-                    titles.append(QString::fromStdU16String(library.At(i).GetTitle()));
-                bare.addItems(titles);
-                if (bare.count() != programs)
-                    Fail("the bare list is short");
-            },
-        });
+            kRounds);
         std::printf("%-10d %14.1f %14.1f %8.2f\n", programs, best[0], best[1], best[0] / best[1]);
     }
     return 0;
