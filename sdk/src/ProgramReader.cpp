@@ -307,7 +307,7 @@ int ReadPictureChunk(const ReadOnlyFile& file, const ChunkExtent& chunk, const P
             return rc;
         crc = Crc32(crc, piece.data(), n);
         if (picture) {
-            // The part of this piece that belongs to the picture, if any.
+            // Copy out whichever bytes of this piece lie inside the picture.
             const uint64_t from = std::max(at, picture->offset);
             const uint64_t to = std::min(at + n, picture->offset + picture->byteLength);
             if (from < to)

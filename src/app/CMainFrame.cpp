@@ -914,7 +914,6 @@ void CMainFrame::RedrawDisplay()
     }
     display_->SetContent(content);
     display_->ShowVolume(volumeShown_ ? static_cast<int>(settings_.GetVolumePercent()) : -1);
-    updateAccessibleText(content);
 }
 
 void CMainFrame::RedrawPosition()
@@ -1027,13 +1026,6 @@ void CMainFrame::DropCoverPicture()
 {
     coverPath_.clear();
     cover_ = QImage();
-}
-
-void CMainFrame::updateAccessibleText(const DisplayContent& content)
-{
-    // A screen reader hears the title and the times as text.
-    display_->setAccessibleName(content.hasProgram ? content.title : LoadString(Str::NoPrograms));
-    display_->setAccessibleDescription(FormatHms(content.positionMs));
 }
 
 void CMainFrame::ShowVolumeIndicator(bool shown)

@@ -27,7 +27,6 @@ class QPushButton;
 namespace talvo {
 
 class SkinnedDisplay;
-struct DisplayContent;
 
 // The window class by which every process finds the running player.
 inline constexpr char16_t kMainWindowClass[] = u"TalvoPlayerMainWnd";
@@ -98,7 +97,6 @@ private:
     void applyActiveSkin();
     void onScreenChange();
     QImage coverPicture(const ProgramFile& program);
-    void updateAccessibleText(const DisplayContent& content);
     void stepCommand(std::uint16_t id);
     void releaseCurrentProgram();
     void shutDown();

@@ -92,16 +92,24 @@ unsigned HexValue(char16_t c)
     return unsigned(c - u'a' + 10);
 }
 
-// As "%x" reads: blanks, a sign, an optional 0x or 0X, hexadecimal digits;
-// the value wraps to 32 bits.  No digit gives 0.
-std::int32_t ParseHex(std::u16string_view text)
+// Where a number's digits begin: after leading blanks and a sign, which both
+// "%x" and wcstol accept.
+std::size_t SkipBlanksAndSign(std::u16string_view text, bool* negative)
 {
     std::size_t i = 0;
     while (i < text.size() && IsBlank(text[i]))
         ++i;
-    bool negative = false;
     if (i < text.size() && (text[i] == u'+' || text[i] == u'-'))
-        negative = text[i++] == u'-';
+        *negative = text[i++] == u'-';
+    return i;
+}
+
+// As "%x" reads: blanks, a sign, an optional 0x or 0X, hexadecimal digits;
+// the value wraps to 32 bits.  No digit gives 0.
+std::int32_t ParseHex(std::u16string_view text)
+{
+    bool negative = false;
+    std::size_t i = SkipBlanksAndSign(text, &negative);
     if (i + 2 < text.size() && text[i] == u'0' && (text[i + 1] == u'x' || text[i + 1] == u'X') &&
         IsHexDigit(text[i + 2]))
         i += 2;
@@ -117,12 +125,8 @@ std::int32_t ParseHex(std::u16string_view text)
 
 std::int32_t IniFile::ParseDecimal(std::u16string_view text)
 {
-    std::size_t i = 0;
-    while (i < text.size() && IsBlank(text[i]))
-        ++i;
     bool negative = false;
-    if (i < text.size() && (text[i] == u'+' || text[i] == u'-'))
-        negative = text[i++] == u'-';
+    std::size_t i = SkipBlanksAndSign(text, &negative);
     // Accumulated as a magnitude with room for one more digit; saturates as
     // wcstol does with a 32-bit long.
     constexpr std::int64_t kLimit = std::int64_t(std::numeric_limits<std::int32_t>::max()) + 1;

@@ -112,7 +112,7 @@ int SkinnedDisplay::HitTest(QPoint point) const
 {
     if (!skin_)
         return -1;
-    const auto& set = const_cast<SkinnedDisplay*>(this)->buttons();
+    const auto& set = buttons();
     for (std::size_t i = 0; i < set.size(); ++i) {
         const SkinRect& r = set[i].rect;
         if (!set[i].round) {
@@ -247,6 +247,11 @@ void SkinnedDisplay::TapButton(std::size_t index)
 }
 
 // --- geometry ---------------------------------------------------------------
+
+const std::array<SkinButton, kSkinButtonCount>& SkinnedDisplay::buttons() const
+{
+    return playingLook() ? skin_->playingButtons : skin_->pausedButtons;
+}
 
 std::array<SkinButton, kSkinButtonCount>& SkinnedDisplay::buttons()
 {
@@ -434,7 +439,7 @@ void SkinnedDisplay::composeTitle()
     if (fill.isValid())
         painter.fillRect(rect, fill);
     painter.setPen(ink);
-    const QString title = content_.hasProgram ? content_.title : LoadString(Str::NoPrograms);
+    const QString title = TitleText();
     const bool twoLines = !content_.author.isEmpty() && skin_->programTitleSmallFont;
     const QRect first =
         twoLines ? QRect(rect.left(), rect.top(), rect.width(), rect.height() * 55 / 100) : rect;
@@ -482,14 +487,10 @@ void SkinnedDisplay::composeTimes()
         return;
     }
     const SkinTextArea& current = skin_->currentTime.rect.IsEmpty() ? skin_->elapsedTime : skin_->currentTime;
-    drawText(painter, current, skin_->elapsedTimeFont.font, skin_->elapsedTimeFont.textColor,
-             FormatHms(content_.positionMs), Qt::AlignCenter);
-    if (content_.hasProgram) {
-        const std::uint32_t t = content_.totalMs;
-        drawText(painter, skin_->totalTime, skin_->totalTimeFont.font, skin_->totalTimeFont.textColor,
-                 FormatString(Str::TotalTime, int(t / 3600000), int(t / 60000 % 60), int(t / 1000 % 60)),
-                 Qt::AlignCenter);
-    }
+    drawText(painter, current, skin_->elapsedTimeFont.font, skin_->elapsedTimeFont.textColor, TimeText(),
+             Qt::AlignCenter);
+    drawText(painter, skin_->totalTime, skin_->totalTimeFont.font, skin_->totalTimeFont.textColor,
+             TotalText(), Qt::AlignCenter);
 }
 
 void SkinnedDisplay::composeSection()
@@ -502,10 +503,8 @@ void SkinnedDisplay::composeSection()
     const QColor fill = ToQColor(skin_->section.backgroundColor);
     if (fill.isValid())
         painter.fillRect(skin_->section.rect.ToQRect(), fill);
-    if (content_.sectionCount > 0)
-        drawText(painter, skin_->section, skin_->programTitleSmallFont, skin_->programTitleTextColor,
-                 FormatString(Str::SectionOf, content_.section, content_.sectionCount),
-                 Qt::AlignLeft | Qt::AlignVCenter);
+    drawText(painter, skin_->section, skin_->programTitleSmallFont, skin_->programTitleTextColor,
+             SectionText(), Qt::AlignLeft | Qt::AlignVCenter);
 }
 
 void SkinnedDisplay::composePartial()

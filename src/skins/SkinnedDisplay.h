@@ -96,7 +96,9 @@ protected:
     void mouseReleaseEvent(QMouseEvent* event) override;
 
 private:
+    // The set in use: the playing set while the playing look is shown.
     std::array<SkinButton, kSkinButtonCount>& buttons();
+    const std::array<SkinButton, kSkinButtonCount>& buttons() const;
     bool playingLook() const;
     const QImage& background() const;
     const QImage& hot() const;

@@ -1,5 +1,6 @@
 #include "skins/SkinnedDisplayAccessible.h"
 
+#include "base/StringTable.h"
 #include "skins/SkinnedDisplay.h"
 
 #include <QAccessibleWidget>
@@ -122,6 +123,11 @@ public:
             QAccessible::deleteAccessibleInterface(id);
     }
 
+    // The screen as a whole is the player; its parts say what it shows.
+    QString text(QAccessible::Text t) const override
+    {
+        return t == QAccessible::Name ? LoadString(Str::AppName) : QAccessibleWidget::text(t);
+    }
     int childCount() const override { return int(kSkinButtonCount) + kShownTextCount; }
     QAccessibleInterface* child(int index) const override
     {
