@@ -11,7 +11,7 @@ endif
 JOBS ?= $(shell nproc)
 CTEST_ARGS ?=
 
-.PHONY: all deps configure build run test bench fuzz soak format screenshots clean
+.PHONY: all deps configure build run test bench fuzz soak format screenshots accessibility clean
 
 all: build
 
@@ -43,6 +43,9 @@ soak: build
 
 screenshots: build
 	$(BUILD)/bin/talvo-screenshots $(BUILD)/screenshots $(BUILD)/demo/music
+
+accessibility: build
+	scripts/check-accessibility.sh $(BUILD)
 
 format:
 	git ls-files '*.cpp' '*.h' '*.c' | xargs clang-format -i

@@ -18,6 +18,8 @@ packages=(
   espeak-ng sox
   # skin artwork
   librsvg2-bin
+  # what a screen reader sees (make accessibility)
+  python3-pyatspi at-spi2-core
   # sound-server and D-Bus peers for integration tests
   pulseaudio pulseaudio-utils dbus dbus-x11 python3-dbusmock python3-dbus
 )

@@ -7,6 +7,7 @@
 #include "platform/MessageWindow.h"
 #include "settings/SettingsStore.h"
 
+#include <QAbstractItemView>
 #include <QComboBox>
 #include <QDialogButtonBox>
 #include <QGroupBox>
@@ -24,6 +25,14 @@ constexpr int kVolumeMaxPercent = 100;
 constexpr int kVolumePageStep = 10;
 // The power-off list and its labels came with the fifth OS generation.
 constexpr int kFirstOsWithPowerOff = 5;
+
+// A list is heard by its label, not by the choice it shows; its drop-down
+// list is a control of its own and needs the name too.
+void NameForScreenReaders(QComboBox* list, const QString& name)
+{
+    list->setAccessibleName(name);
+    list->view()->setAccessibleName(name);
+}
 
 template <std::size_t N>
 void FillList(QComboBox* list, const std::array<SettingChoice, N>& choices, DWORD value)
@@ -91,6 +100,7 @@ QComboBox* PreferencesDialog::MakePowerOffList()
 {
     auto* list = new QComboBox;
     list->setObjectName(QStringLiteral("powerOffList"));
+    NameForScreenReaders(list, LoadString(Str::PrefsScreenOffAfter));
     FillList(list, kPowerOffChoices, settings_.GetPowerOffTime());
     return list;
 }
@@ -138,6 +148,7 @@ void PreferencesDialog::BuildSmartphone(bool showPowerOff)
     powerOffShown_ = showPowerOff;
     jumpBack_ = new QComboBox;
     jumpBack_->setObjectName(QStringLiteral("jumpBackList"));
+    NameForScreenReaders(jumpBack_, LoadString(Str::PrefsJumpBack));
     FillList(jumpBack_, kJumpBackChoices, settings_.GetJumpBack());
     powerOff_ = MakePowerOffList();
 
