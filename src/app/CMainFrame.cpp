@@ -245,6 +245,8 @@ CMainFrame::CMainFrame(Environment environment)
         std::make_unique<StorageChangeWatcher>(*cards_, [this](StorageChange change, const StorageCard&) {
             PostMessage(Message::StorageChange, static_cast<WPARAM>(change), 0);
         });
+    if (env_.makeDeviceServices)
+        deviceEvents_ = std::make_unique<DeviceEvents>(*this, env_.makeDeviceServices());
     // Queued at creation, but run only once the window is drawn: the scan of a
     // large library must not keep the window from appearing.
     FirstPaintGate::PostCommandAfterFirstPaint(*this, Command::InitialLoad);
@@ -1056,6 +1058,7 @@ void CMainFrame::shutDown()
         return;
     shutDown_ = true;
     storageWatcher_.reset();
+    deviceEvents_.reset();
     // Stop playback (its rewind keeps what was decoded but not heard), then
     // keep the program's position and bookmarks before the library goes.
     if (audio_.IsPlaying())

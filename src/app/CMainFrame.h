@@ -2,6 +2,7 @@
 // The player's only top-level window.  It owns the running state (library,
 // audio output, transport) and routes every user action, timer, device notice
 // and message from other processes through WindowProc on the UI thread.
+#include "device/DeviceEvents.h"
 #include "library/ProgramLibrary.h"
 #include "library/ProgramStateStore.h"
 #include "platform/InstanceChannel.h"
@@ -39,6 +40,8 @@ public:
         QString programFolder; // the program's own folder
         QString fileArgument;  // the file named by -File:, or empty
         std::function<std::unique_ptr<WaveOut>()> makeWaveOut;
+        // The device services (calls, remote controls); none when empty.
+        std::function<DeviceServices()> makeDeviceServices;
     };
 
     explicit CMainFrame(Environment environment);
@@ -64,6 +67,7 @@ public:
     AudioOutput& Audio() { return audio_; }
     Transport& Transport_() { return transport_; }
     SkinList& Skins() { return skins_; }
+    const DeviceEvents* Devices() const { return deviceEvents_.get(); }
     SkinnedDisplay& Display() { return *display_; }
     // False when no skin fits the screen: the window closes itself at once.
     bool HasSkin() const { return skins_.ActiveSkin() != nullptr; }
@@ -110,6 +114,7 @@ private:
     Transport transport_;
     InstanceServer instanceServer_;
     std::unique_ptr<StorageChangeWatcher> storageWatcher_;
+    std::unique_ptr<DeviceEvents> deviceEvents_;
     SkinList skins_;
     SkinnedDisplay* display_ = nullptr;
     // The decoded cover of the program it was decoded for.

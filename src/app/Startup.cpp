@@ -143,7 +143,7 @@ int RunPlayer(const QStringList& arguments)
         return 1;
     }
 
-    CMainFrame frame({*registry, programFolder(), file, waveOutFactory()});
+    CMainFrame frame({*registry, programFolder(), file, waveOutFactory(), CreateDeviceServices});
     if (!frame.HasSkin())
         return 1; // the window has said that no skin fits the screen
     // Signals first: whoever can find the player may also end it at once.

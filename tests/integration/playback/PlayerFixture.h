@@ -78,8 +78,8 @@ protected:
                 return std::unique_ptr<WaveOut>(std::move(wave));
             };
         }
-        frame_ = std::make_unique<CMainFrame>(
-            CMainFrame::Environment{*registry_, device_.path("app"), QString(), std::move(makeWaveOut)});
+        frame_ = std::make_unique<CMainFrame>(CMainFrame::Environment{
+            *registry_, device_.path("app"), QString(), std::move(makeWaveOut), makeDeviceServices_});
         pump();
     }
 
@@ -102,6 +102,8 @@ protected:
     std::unique_ptr<Registry> registry_;
     std::unique_ptr<CMainFrame> frame_;
     ManualWaveOut* manual_ = nullptr;
+    // Device services for the window; none unless a test gives them.
+    std::function<DeviceServices()> makeDeviceServices_;
 };
 
 } // namespace talvo::test
