@@ -6,6 +6,7 @@
 #include "base/DetectPlatform.h"
 #include "base/StringTable.h"
 #include "base/TimeText.h"
+#include "device/DeviceEvents.h"
 #include "library/BookmarkDialogs.h"
 #include "library/ProgramList.h"
 #include "library/ProgramListDialog.h"

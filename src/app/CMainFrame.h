@@ -2,7 +2,6 @@
 // The player's only top-level window.  It owns the running state (library,
 // audio output, transport) and routes every user action, timer, device notice
 // and message from other processes through WindowProc on the UI thread.
-#include "device/DeviceEvents.h"
 #include "library/ProgramLibrary.h"
 #include "library/ProgramStateStore.h"
 #include "platform/InstanceChannel.h"
@@ -27,6 +26,8 @@ class QPushButton;
 
 namespace talvo {
 
+class DeviceEvents;
+struct DeviceServices;
 class SkinnedDisplay;
 
 // The window class by which every process finds the running player.

@@ -6,6 +6,7 @@
 #include "base/CommandIds.h"
 #include "base/CommandLine.h"
 #include "base/StringTable.h"
+#include "device/DeviceEvents.h"
 #include "platform/InstanceChannel.h"
 #include "platform/MessageBox.h"
 #include "platform/StorageCards.h"

@@ -6,6 +6,7 @@ DeviceServices CreateDeviceServices()
 {
     DeviceServices services;
     services.callLine = CreateModemManagerCallLine();
+    services.remoteQueue = CreatePosixRemoteControlQueue();
     return services;
 }
 
@@ -16,6 +17,13 @@ DeviceEvents::DeviceEvents(MessageWindow& window, DeviceServices services)
         if (!callMonitor_->Start())
             callMonitor_.reset();
     }
+    if (services.remoteQueue) {
+        remoteControl_ = std::make_unique<RemoteControl>(window, std::move(services.remoteQueue));
+        if (!remoteControl_->Start())
+            remoteControl_.reset();
+    }
 }
+
+DeviceEvents::~DeviceEvents() = default;
 
 } // namespace talvo

@@ -1,5 +1,6 @@
 // Phone calls pausing and resuming a real main window: ModemManager is a
 // dbusmock service on a private bus standing in for the system bus.
+#include "device/DeviceEvents.h"
 #include "tests/integration/device/PrivateBus.h"
 #include "tests/integration/playback/PlayerFixture.h"
 
