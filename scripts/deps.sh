@@ -22,6 +22,8 @@ packages=(
   python3-pyatspi at-spi2-core
   # sound-server and D-Bus peers for integration tests
   pulseaudio pulseaudio-utils dbus dbus-x11 python3-dbusmock python3-dbus
+  # screen power through an X server's DPMS
+  libx11-dev libxext-dev
 )
 
 missing=()

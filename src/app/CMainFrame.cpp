@@ -12,6 +12,7 @@
 #include "library/ProgramListDialog.h"
 #include "platform/KeepAwake.h"
 #include "platform/MessageBox.h"
+#include "platform/ScreenPower.h"
 #include "playback/ProgramFile.h"
 #include "settings/PreferencesDialog.h"
 #include "skins/ImageDecoding.h"
@@ -229,7 +230,10 @@ CMainFrame::CMainFrame(Environment environment)
       cards_(CreateStorageCards()),
       library_(env_.registry, store_, *cards_, DefaultLibraryFolders(env_.programFolder)),
       audio_(*this, *this, library_, store_, settings_, env_.makeWaveOut),
-      transport_(*this, *this, library_, store_, settings_, audio_), skins_(env_.registry)
+      transport_(*this, *this, library_, store_, settings_, audio_),
+      screenPower_(
+          *this, settings_, [this] { return audio_.IsPlaying(); }, CreateScreenPower()),
+      skins_(env_.registry)
 {
     setWindowTitle(LoadString(Str::AppName));
     setFocusPolicy(Qt::StrongFocus);
@@ -581,12 +585,16 @@ void CMainFrame::onTimer(unsigned id)
         display_->ScrollTitle();
         break;
     case Timer::ScreenPowerOff:
-        // One shot; switching the screen off belongs to the device watchers.
-        KillTimer(Timer::ScreenPowerOff);
+        screenPower_.OnPowerOffTimer();
         break;
     default:
         break;
     }
+}
+
+void CMainFrame::ScreenOnIfOff()
+{
+    screenPower_.ScreenOnIfOff();
 }
 
 void CMainFrame::onKeyDown(int key, bool repeat)

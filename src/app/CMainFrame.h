@@ -2,6 +2,7 @@
 // The player's only top-level window.  It owns the running state (library,
 // audio output, transport) and routes every user action, timer, device notice
 // and message from other processes through WindowProc on the UI thread.
+#include "device/ScreenPowerOff.h"
 #include "library/ProgramLibrary.h"
 #include "library/ProgramStateStore.h"
 #include "platform/InstanceChannel.h"
@@ -61,7 +62,7 @@ public:
     void ShowVolumeIndicator(bool shown) override;
     bool IsVolumeIndicatorShown() const override { return volumeShown_; }
     void DropCoverPicture() override;
-    void ScreenOnIfOff() override {}
+    void ScreenOnIfOff() override;
     void SetWaitCursor(bool waiting) override;
 
     ProgramLibrary& Library() { return library_; }
@@ -113,6 +114,7 @@ private:
     ProgramLibrary library_;
     AudioOutput audio_;
     Transport transport_;
+    ScreenPowerOff screenPower_;
     InstanceServer instanceServer_;
     std::unique_ptr<StorageChangeWatcher> storageWatcher_;
     std::unique_ptr<DeviceEvents> deviceEvents_;

@@ -129,9 +129,8 @@ int AudioOutput::StartOrStop()
     block_.assign(kSlotCount * slotStride(), 0);
     Prime();
     view_.RedrawDisplay();
-    DWORD powerOff = settings_.GetPowerOffTime();
-    if (powerOff != kPowerOffNever)
-        window_.SetTimer(Timer::ScreenPowerOff, powerOff * 1000);
+    if (const std::uint32_t powerOffMs = PowerOffDelayMs(settings_.GetPowerOffTime()))
+        window_.SetTimer(Timer::ScreenPowerOff, powerOffMs);
     restarting = false;
     return 0;
 }

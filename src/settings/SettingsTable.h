@@ -6,6 +6,7 @@
 #include "platform/Registry.h"
 
 #include <array>
+#include <cstdint>
 #include <string_view>
 
 namespace talvo {
@@ -23,6 +24,20 @@ struct SettingDef {
 
 // Power-off time meaning "never switch the screen off".
 inline constexpr DWORD kPowerOffNever = 0xFFFFFFFFu;
+
+// The period of the screen power-off timer for a stored power-off time, or 0
+// (no timer) for kPowerOffNever.  At least a second: with a stored 0 the
+// screen would go dark again at once after every waking tap, and every tap
+// would be swallowed.  At most what a timer counts (a signed 32-bit number of
+// milliseconds).
+inline constexpr std::uint32_t kLongestTimerMs = 0x7FFFFFFFu;
+constexpr std::uint32_t PowerOffDelayMs(DWORD seconds)
+{
+    if (seconds == kPowerOffNever)
+        return 0;
+    const std::uint64_t ms = std::uint64_t{seconds} * 1000;
+    return ms == 0 ? 1000 : static_cast<std::uint32_t>(ms < kLongestTimerMs ? ms : kLongestTimerMs);
+}
 
 namespace Setting {
 // The wave-output level, 0 to 65535 on both channels; 32767 shows as 49 %.

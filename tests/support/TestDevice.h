@@ -23,6 +23,8 @@ public:
         set("TALVOPLAYER_HOME", path(QStringLiteral("home")));
         set("TALVOPLAYER_MUSIC", path(QStringLiteral("music")));
         set("TALVOPLAYER_MESSAGES", messageLogPath());
+        // No test ever darkens the real screen.
+        set("TALVOPLAYER_SCREEN_POWER", screenPowerLogPath());
         set("TALVOPLAYER_CARDS", QString());
         // A handheld's screen, whatever the machine's: the layout it gets is fixed.
         set("TALVOPLAYER_SCREEN", QStringLiteral("480x640"));
@@ -45,11 +47,21 @@ public:
     }
     QString registryPath() const { return path(QStringLiteral("registry.db")); }
     QString messageLogPath() const { return path(QStringLiteral("messages.log")); }
+    QString screenPowerLogPath() const { return path(QStringLiteral("screen-power.log")); }
 
     // The message boxes shown so far, one line each.
     QStringList messages() const
     {
         QFile log(messageLogPath());
+        if (!log.open(QIODevice::ReadOnly))
+            return {};
+        return QString::fromUtf8(log.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    }
+
+    // The screen switches so far, "off" or "on" each.
+    QStringList screenSwitches() const
+    {
+        QFile log(screenPowerLogPath());
         if (!log.open(QIODevice::ReadOnly))
             return {};
         return QString::fromUtf8(log.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);

@@ -1,0 +1,39 @@
+#pragma once
+// Switching the display's power while audio plays.  On Linux the display is
+// switched through the compositor (org.gnome.Mutter.DisplayConfig's
+// PowerSaveMode on the session bus) or, on an X server, through the DPMS
+// extension; "supported" means one of them answers at the time of asking.
+//
+// Contract:
+// - UI thread only.  Neither call waits on a peer for longer than
+//   kScreenPowerReplyMs, so a compositor that hangs cannot stall playback.
+// - SetScreenPower is called only after IsSupported answered true, and goes to
+//   the service that answered.
+// - TALVOPLAYER_SCREEN_POWER=FILE replaces the display with a recording one:
+//   it always answers, and appends "off" or "on" to FILE for every switch.
+//   The value "none" stands for a display that nothing can switch.
+#include <QString>
+#include <memory>
+
+namespace talvo {
+
+inline constexpr char kScreenPowerVariable[] = "TALVOPLAYER_SCREEN_POWER";
+inline constexpr char kNoScreenPower[] = "none";
+inline constexpr int kScreenPowerReplyMs = 500;
+
+class ScreenPower {
+public:
+    virtual ~ScreenPower() = default;
+    // Whether a display-power service answers now.
+    virtual bool IsSupported() = 0;
+    virtual void SetScreenPower(bool on) = 0;
+};
+
+// The recording display when TALVOPLAYER_SCREEN_POWER is set, else the real one.
+std::unique_ptr<ScreenPower> CreateScreenPower();
+std::unique_ptr<ScreenPower> CreateDisplayScreenPower();
+// Records every switch as a line "off" or "on" in path; an empty path answers
+// that nothing can switch the display.
+std::unique_ptr<ScreenPower> CreateRecordingScreenPower(const QString& path);
+
+} // namespace talvo

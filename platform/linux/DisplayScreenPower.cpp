@@ -1,0 +1,131 @@
+#include "platform/ScreenPower.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusVariant>
+#include <QVariant>
+
+// Xlib's headers define macros (None, Bool, Status) that clash with Qt's; they
+// come last and stay in this file.
+#include <X11/Xlib.h>
+#include <X11/extensions/dpms.h>
+
+namespace talvo {
+namespace {
+
+const QString kMutterService = QStringLiteral("org.gnome.Mutter.DisplayConfig");
+const QString kMutterPath = QStringLiteral("/org/gnome/Mutter/DisplayConfig");
+const QString kPropertiesInterface = QStringLiteral("org.freedesktop.DBus.Properties");
+const QString kPowerSaveMode = QStringLiteral("PowerSaveMode");
+// PowerSaveMode follows the DPMS levels: 0 on, 3 off.
+constexpr int kMutterModeOn = 0;
+constexpr int kMutterModeOff = 3;
+
+QDBusMessage mutterPropertyCall(const QString& method)
+{
+    return QDBusMessage::createMethodCall(kMutterService, kMutterPath, kPropertiesInterface, method);
+}
+
+// The compositor's display configuration, as GNOME's compositor offers it.
+bool mutterAnswers()
+{
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected())
+        return false;
+    QDBusMessage get = mutterPropertyCall(QStringLiteral("Get"));
+    get << kMutterService << kPowerSaveMode;
+    return bus.call(get, QDBus::Block, kScreenPowerReplyMs).type() == QDBusMessage::ReplyMessage;
+}
+
+void setMutterPowerSaveMode(int mode)
+{
+    QDBusMessage set = mutterPropertyCall(QStringLiteral("Set"));
+    set << kMutterService << kPowerSaveMode << QVariant::fromValue(QDBusVariant(mode));
+    QDBusConnection::sessionBus().call(set, QDBus::NoBlock);
+}
+
+// An X server's own display power.  Forcing a level needs DPMS enabled; when
+// the player had to enable it, it disables it again once the screen is back,
+// leaving the user's settings as they were.
+class X11Dpms {
+public:
+    X11Dpms() : display_(XOpenDisplay(nullptr)) {}
+    ~X11Dpms()
+    {
+        if (display_)
+            XCloseDisplay(display_);
+    }
+    X11Dpms(const X11Dpms&) = delete;
+    X11Dpms& operator=(const X11Dpms&) = delete;
+
+    bool Answers() const
+    {
+        int event = 0, error = 0;
+        return display_ && DPMSQueryExtension(display_, &event, &error) && DPMSCapable(display_);
+    }
+
+    void Force(bool on)
+    {
+        CARD16 level = 0;
+        BOOL enabled = False;
+        DPMSInfo(display_, &level, &enabled);
+        if (!on && !enabled) {
+            DPMSEnable(display_);
+            enabledByUs_ = true;
+        }
+        DPMSForceLevel(display_, on ? DPMSModeOn : DPMSModeOff);
+        if (on && enabledByUs_) {
+            DPMSDisable(display_);
+            enabledByUs_ = false;
+        }
+        XFlush(display_);
+    }
+
+private:
+    Display* display_;
+    bool enabledByUs_ = false;
+};
+
+class DisplayScreenPower final : public ScreenPower {
+public:
+    bool IsSupported() override
+    {
+        // The compositor first: under Wayland an X server may exist for older
+        // programs and claim DPMS without owning the screen.
+        if (mutterAnswers())
+            service_ = Service::Mutter;
+        else if (dpms_.Answers())
+            service_ = Service::Dpms;
+        else
+            service_ = Service::Nothing;
+        return service_ != Service::Nothing;
+    }
+
+    void SetScreenPower(bool on) override
+    {
+        switch (service_) {
+        case Service::Mutter:
+            setMutterPowerSaveMode(on ? kMutterModeOn : kMutterModeOff);
+            break;
+        case Service::Dpms:
+            dpms_.Force(on);
+            break;
+        case Service::Nothing:
+            break;
+        }
+    }
+
+private:
+    enum class Service { Nothing, Mutter, Dpms };
+    Service service_ = Service::Nothing;
+    X11Dpms dpms_;
+};
+
+} // namespace
+
+std::unique_ptr<ScreenPower> CreateDisplayScreenPower()
+{
+    return std::make_unique<DisplayScreenPower>();
+}
+
+} // namespace talvo

@@ -1,0 +1,33 @@
+#include "platform/ScreenPower.h"
+
+#include <QFile>
+
+namespace talvo {
+namespace {
+
+// A display for tests and headless runs: every switch becomes a line of a log.
+class RecordingScreenPower final : public ScreenPower {
+public:
+    explicit RecordingScreenPower(QString path) : path_(std::move(path)) {}
+
+    bool IsSupported() override { return !path_.isEmpty(); }
+
+    void SetScreenPower(bool on) override
+    {
+        QFile log(path_);
+        if (log.open(QIODevice::Append))
+            log.write(on ? "on\n" : "off\n");
+    }
+
+private:
+    const QString path_;
+};
+
+} // namespace
+
+std::unique_ptr<ScreenPower> CreateRecordingScreenPower(const QString& path)
+{
+    return std::make_unique<RecordingScreenPower>(path);
+}
+
+} // namespace talvo
