@@ -9,9 +9,11 @@ else
 BUILD ?= build
 endif
 JOBS ?= $(shell nproc)
+# Where `make install` puts the player (DESTDIR=... stages a package).
+PREFIX ?= /usr/local
 CTEST_ARGS ?=
 
-.PHONY: all deps configure build run test bench fuzz soak format screenshots accessibility clean
+.PHONY: all deps configure build install run test bench fuzz soak format screenshots accessibility clean
 
 all: build
 
@@ -25,6 +27,9 @@ configure: deps $(BUILD)/build.ninja
 
 build: configure
 	cmake --build $(BUILD) -j $(JOBS)
+
+install: build
+	cmake --install $(BUILD) --prefix $(PREFIX)
 
 run: build
 	@scripts/run-player.sh $(BUILD)

@@ -24,6 +24,8 @@ packages=(
   pulseaudio pulseaudio-utils dbus dbus-x11 python3-dbusmock python3-dbus
   # screen power through an X server's DPMS
   libx11-dev libxext-dev
+  # a real install: the desktop entry checked, the mime database compiled
+  desktop-file-utils shared-mime-info
 )
 
 missing=()

@@ -9,6 +9,7 @@
 #include "device/DeviceEvents.h"
 #include "platform/InstanceChannel.h"
 #include "platform/MessageBox.h"
+#include "platform/ProgramFolders.h"
 #include "platform/StorageCards.h"
 #include "platform/SystemInfo.h"
 #include "platform/TerminationSignals.h"
@@ -24,16 +25,6 @@
 
 namespace talvo {
 namespace {
-
-// The program's own folder: beside the executable when skins lie there (a
-// build tree or a portable install), else the installed data folder.
-QString programFolder()
-{
-    QString beside = QCoreApplication::applicationDirPath();
-    if (QDir(beside).exists(QStringLiteral("Skins")))
-        return beside;
-    return QStringLiteral(TALVO_INSTALL_DATADIR);
-}
 
 // How long a new process waits for a player that holds the claim but does not
 // answer yet (it may still be starting), and how often it looks.
@@ -100,7 +91,7 @@ int runSync(Registry& registry, SyncCommand command)
     const SyncEnvironment environment{registry,
                                       *cards,
                                       HostSystemInfo(),
-                                      DefaultLibraryFolders(programFolder()),
+                                      DefaultLibraryFolders(ProgramFolder()),
                                       home,
                                       QString::fromUtf16(kMainWindowClass)};
     const HRESULT result = RunSyncCommand(registry, QCoreApplication::applicationFilePath(),
@@ -144,7 +135,7 @@ int RunPlayer(const QStringList& arguments)
         return 1;
     }
 
-    CMainFrame frame({*registry, programFolder(), file, waveOutFactory(), CreateDeviceServices});
+    CMainFrame frame({*registry, ProgramFolder(), file, waveOutFactory(), CreateDeviceServices});
     if (!frame.HasSkin())
         return 1; // the window has said that no skin fits the screen
     // Signals first: whoever can find the player may also end it at once.

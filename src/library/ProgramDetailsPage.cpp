@@ -1,7 +1,7 @@
 #include "library/ProgramDetailsPage.h"
 
 #include "base/StringTable.h"
-#include "platform/ProgramWriteFolder.h"
+#include "platform/ProgramFolders.h"
 #include "platform/SystemError.h"
 #include "platform/Trace.h"
 #include "skins/ImageDecoding.h"

@@ -2,7 +2,7 @@
 
 #include "base/StringTable.h"
 #include "platform/MessageBox.h"
-#include "platform/ProgramWriteFolder.h"
+#include "platform/ProgramFolders.h"
 
 #include <QElapsedTimer>
 #include <QFile>
@@ -69,7 +69,7 @@ void closeKey(Registry& registry, HKEY key)
 
 QString SyncDataFilePath(const QString& executablePath)
 {
-    return ProgramWriteFolder(QFileInfo(executablePath).absolutePath()) + QLatin1Char('/') +
+    return ProgramWriteFolder(ProgramFolder(QFileInfo(executablePath).absolutePath())) + QLatin1Char('/') +
            QString::fromLatin1(SyncTransport::kDataFileName.data(),
                                static_cast<qsizetype>(SyncTransport::kDataFileName.size()));
 }

@@ -3,7 +3,7 @@
 // mark), the cover written as the program holds it, and the dialog.
 #include "library/ProgramDetailsDialog.h"
 #include "library/ProgramDetailsPage.h"
-#include "platform/ProgramWriteFolder.h"
+#include "platform/ProgramFolders.h"
 #include "tests/support/TestDevice.h"
 #include "zqx/zqxwriter.h"
 

@@ -71,6 +71,8 @@ protected:
     {
         registry_ = OpenSqliteRegistry(device_.registryPath().toStdString());
         ASSERT_TRUE(registry_);
+        // A program folder of its own, as a build tree is: skins beside the executable.
+        QDir().mkpath(device_.path(QStringLiteral("Skins")));
     }
 
     QString executable() const { return device_.path(QStringLiteral("talvoplayer")); }

@@ -1,8 +1,8 @@
-// Where the player writes its own files.  Tests usually run as root, for whom
+// Where the player reads its own data and writes its own files.  Tests usually run as root, for whom
 // every folder is writable, so the folders that cannot take a file here are
 // missing ones and plain files; a folder whose mode forbids writing is tried
 // end to end in tests/integration/sync (SyncClientTest.cpp).
-#include "platform/ProgramWriteFolder.h"
+#include "platform/ProgramFolders.h"
 #include "tests/support/TestDevice.h"
 
 #include <gtest/gtest.h>
@@ -10,7 +10,7 @@
 namespace talvo::test {
 namespace {
 
-TEST(ProgramWriteFolder, BesideTheExecutableOnlyWhenAFileCanBeCreatedThere)
+TEST(ProgramFolders, WrittenInTheProgramFolderOnlyWhenAFileCanBeCreatedThere)
 {
     TestDevice device;
     const QString bin = device.path("bin");
@@ -26,7 +26,7 @@ TEST(ProgramWriteFolder, BesideTheExecutableOnlyWhenAFileCanBeCreatedThere)
     EXPECT_EQ(ProgramWriteFolder(plain.fileName(), data), data);
 }
 
-TEST(ProgramWriteFolder, DataFolderFollowsTheBaseDirectoryRules)
+TEST(ProgramFolders, DataFolderFollowsTheBaseDirectoryRules)
 {
     TestDevice device;
     device.set("HOME", device.path("home"));
@@ -36,6 +36,27 @@ TEST(ProgramWriteFolder, DataFolderFollowsTheBaseDirectoryRules)
     EXPECT_EQ(PlayerDataFolder(), device.path("home/.local/share/talvoplayer"));
     device.set("XDG_DATA_HOME", "");
     EXPECT_EQ(PlayerDataFolder(), device.path("home/.local/share/talvoplayer"));
+}
+
+TEST(ProgramFolders, SkinsBesideTheExecutableMakeAProgramFolderElseTheInstalledOneServes)
+{
+    TestDevice device;
+    const QString bin = device.path("prefix/bin");
+    QDir().mkpath(bin);
+    EXPECT_EQ(ProgramFolder(bin), device.path("prefix/share/talvoplayer"));
+    QDir().mkpath(bin + "/Skins");
+    EXPECT_EQ(ProgramFolder(bin), bin);
+}
+
+TEST(ProgramFolders, TheInstalledDataFolderIsNeverWrittenEvenWhenItCouldBe)
+{
+    TestDevice device;
+    const QString data = device.path("xdg/talvoplayer");
+    const QString installed = InstalledDataFolder();
+    if (!QDir().mkpath(installed))
+        GTEST_SKIP() << "cannot make " << installed.toStdString();
+    EXPECT_EQ(ProgramWriteFolder(installed, data), data);
+    QDir(installed).removeRecursively();
 }
 
 } // namespace
