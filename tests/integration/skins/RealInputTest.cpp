@@ -156,6 +156,28 @@ TEST_F(RealInput, TheTitleOpensTheListAndItsKeysPlayTheChosenProgram)
     ASSERT_TRUE(pump([&] { return current().path == b && frame_->Audio().IsPlaying(); }, 10000));
 }
 
+TEST_F(RealInput, ATapOnTheDarkScreenWakesItAndPlaybackGoesOn)
+{
+    WritePcmProgram(musicPath("Author/Book/book.zq"), "book", 600);
+    SettingsStore(*registry_).SetPowerOffTime(1);
+    startVisiblePlayer();
+    frame_->activateWindow();
+    ASSERT_TRUE(pump([&] { return QApplication::activeWindow() == frame_.get(); }, 5000));
+    moveTo(onScreen(centreOf(Command::PlayStop)));
+    ASSERT_TRUE(xdotool({"click", "1"}));
+    ASSERT_TRUE(pump([&] { return frame_->Audio().IsPlaying(); }, 5000));
+    // The recording display stands in for DPMS, which Xvfb lacks.
+    ASSERT_TRUE(pump([&] { return device_.screenSwitches() == QStringList{"off"}; }));
+
+    ASSERT_TRUE(xdotool({"click", "1"}));
+    ASSERT_TRUE(pump([&] { return device_.screenSwitches() == QStringList({"off", "on"}); }, 5000));
+    serveFor(300);
+    EXPECT_TRUE(frame_->Audio().IsPlaying());
+    // Awake, the same tap on Play stops.
+    ASSERT_TRUE(xdotool({"click", "1"}));
+    EXPECT_TRUE(pump([&] { return !frame_->Audio().IsPlaying(); }, 5000));
+}
+
 } // namespace
 } // namespace talvo::test
 
