@@ -794,6 +794,8 @@ void CMainFrame::openProgramList()
 
 void CMainFrame::initialLoad()
 {
+    // The first frame needed only the skin's background.
+    skins_.DecodeActiveSkin(this);
     SetWaitCursor(true);
     library_.RefreshAll();
     if (ProgramFile* program = library_.Current())
@@ -985,7 +987,7 @@ QSize CMainFrame::screenSize() const
 
 bool CMainFrame::loadSkin()
 {
-    skins_.LoadSkins(env_.programFolder, screenSize(), this);
+    skins_.LoadSkins(env_.programFolder, screenSize(), this, SkinList::ActiveSkinBitmaps::FirstFrame);
     if (!skins_.ActiveSkin()) {
         ShowMessageBox(this, LoadString(Str::NoSkinFits), LoadString(Str::ErrorCaption), kErrorBoxStyle);
         PostMessage(WM_CLOSE);

@@ -86,6 +86,8 @@ void SkinPreview::paintEvent(QPaintEvent*)
     SkinLayout& skin = *skins_.Skins()[std::size_t(index_)];
     if (!skin.IsLayoutLoaded())
         skin.LoadLayout(skins_.Screen());
+    else
+        skin.DecodeBitmap(SkinBitmap::Background);
     const QImage& picture = skin.Bitmap(SkinBitmap::Background);
     if (picture.isNull() || height() <= 0)
         return;

@@ -95,7 +95,14 @@ void ReadFontSlot(const IniFile& ini, std::u16string_view section, std::u16strin
         slot.textColor = color;
 }
 
-SkinBitmapFile LoadBitmap(const QString& folder, std::u16string fileName)
+bool TooLarge(QSize size)
+{
+    return size.width() > kMaxSkinBitmapSide || size.height() > kMaxSkinBitmapSide ||
+           qint64(size.width()) * size.height() > kMaxSkinBitmapPixels;
+}
+
+// Finds the file and reads its header: Checked, or why it cannot be drawn.
+SkinBitmapFile CheckBitmap(const QString& folder, std::u16string fileName)
 {
     SkinBitmapFile file;
     file.fileName = std::move(fileName);
@@ -115,25 +122,33 @@ SkinBitmapFile LoadBitmap(const QString& folder, std::u16string fileName)
     QImageReader reader(file.path);
     if (!SkinBitmapFormats().contains(reader.format()))
         return file;
-    auto tooLarge = [](QSize size) {
-        return size.width() > kMaxSkinBitmapSide || size.height() > kMaxSkinBitmapSide ||
-               qint64(size.width()) * size.height() > kMaxSkinBitmapPixels;
-    };
     // Refused before decoding when the header tells the size.
-    if (reader.size().isValid() && tooLarge(reader.size())) {
+    if (reader.size().isValid() && TooLarge(reader.size())) {
         file.status = SkinBitmapStatus::TooLarge;
         return file;
     }
+    file.status = SkinBitmapStatus::Checked;
+    return file;
+}
+
+// Decodes a Checked bitmap, ready to draw: Loaded, or why its data cannot be
+// drawn.  The display paints these often and never converts them.
+void DecodeCheckedBitmap(SkinBitmapFile& file)
+{
+    file.status = SkinBitmapStatus::NotDecodable;
+    QImageReader reader(file.path);
     QImage image;
-    if (!reader.read(&image) || image.isNull())
-        return file;
-    if (tooLarge(image.size())) {
+    if (!SkinBitmapFormats().contains(reader.format()) || !reader.read(&image) || image.isNull())
+        return;
+    if (TooLarge(image.size())) {
         file.status = SkinBitmapStatus::TooLarge;
-        return file;
+        return;
     }
+    image.convertTo(QImage::Format_ARGB32_Premultiplied);
+    if (image.isNull() || image.format() != QImage::Format_ARGB32_Premultiplied)
+        return; // out of memory
     file.image = std::move(image);
     file.status = SkinBitmapStatus::Loaded;
-    return file;
 }
 
 } // namespace
@@ -187,7 +202,37 @@ void SkinLayout::FreeLayout()
     layoutLoaded_ = false;
 }
 
-SkinLoadResult SkinLayout::LoadLayout(QSize screen)
+bool SkinLayout::MissesBitmaps() const
+{
+    return std::any_of(bitmaps.begin(), bitmaps.end(), [](const SkinBitmapFile& bitmap) {
+        return bitmap.status != SkinBitmapStatus::Loaded && bitmap.status != SkinBitmapStatus::Checked;
+    });
+}
+
+bool SkinLayout::AreBitmapsDecoded() const
+{
+    return std::none_of(bitmaps.begin(), bitmaps.end(), [](const SkinBitmapFile& bitmap) {
+        return bitmap.status == SkinBitmapStatus::Checked;
+    });
+}
+
+void SkinLayout::DecodeBitmap(SkinBitmap which)
+{
+    SkinBitmapFile& bitmap = bitmaps[Index(which)];
+    if (bitmap.status == SkinBitmapStatus::Checked)
+        DecodeCheckedBitmap(bitmap);
+}
+
+SkinLoadResult SkinLayout::DecodeBitmaps()
+{
+    for (SkinBitmapFile& bitmap : bitmaps) {
+        if (bitmap.status == SkinBitmapStatus::Checked)
+            DecodeCheckedBitmap(bitmap);
+    }
+    return MissesBitmaps() ? SkinLoadResult::GraphicsMissing : SkinLoadResult::Fits;
+}
+
+SkinLoadResult SkinLayout::LoadLayout(QSize screen, SkinBitmapLoading loading)
 {
     FreeLayout();
     if (!ini.IsLoaded())
@@ -284,23 +329,12 @@ SkinLoadResult SkinLayout::LoadLayout(QSize screen)
                  ini.GetNumber(volume, SkinKey::Size, 12), ini.GetNumber(volume, SkinKey::Weight, 800));
 
     const QString folder = QFileInfo(iniPath).absolutePath();
-    bool missing = false;
-    for (std::size_t i = 0; i < kSkinBitmapCount; ++i) {
-        bitmaps[i] = LoadBitmap(folder, ini.GetString(SkinKey::SkinSection, in(kSkinBitmapKeys[i]), u""));
-        missing = missing || bitmaps[i].status != SkinBitmapStatus::Loaded;
-    }
-    // Ready to draw: the display paints these often and never converts them.
-    for (SkinBitmapFile& bitmap : bitmaps) {
-        if (bitmap.image.isNull())
-            continue;
-        bitmap.image.convertTo(QImage::Format_ARGB32_Premultiplied);
-        if (bitmap.image.isNull() || bitmap.image.format() != QImage::Format_ARGB32_Premultiplied) {
-            FreeLayout();
-            return SkinLoadResult::Fails;
-        }
-    }
+    for (std::size_t i = 0; i < kSkinBitmapCount; ++i)
+        bitmaps[i] = CheckBitmap(folder, ini.GetString(SkinKey::SkinSection, in(kSkinBitmapKeys[i]), u""));
     layoutLoaded_ = true;
-    return missing ? SkinLoadResult::GraphicsMissing : SkinLoadResult::Fits;
+    if (loading == SkinBitmapLoading::Decode)
+        return DecodeBitmaps();
+    return MissesBitmaps() ? SkinLoadResult::GraphicsMissing : SkinLoadResult::Fits;
 }
 
 } // namespace talvo

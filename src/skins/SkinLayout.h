@@ -118,6 +118,9 @@ struct SkinFontSlot {
 
 enum class SkinBitmapStatus {
     Loaded,
+    // Named, present, and its header gives an accepted format and size; not
+    // decoded yet (a skin that is only listed is never drawn).
+    Checked,
     NotNamed,     // the Skin section has no file name for it
     NotFound,     // no such file
     NotDecodable, // not a BMP, PNG, JPEG or GIF that decodes
@@ -141,6 +144,12 @@ enum class SkinLoadResult {
     GraphicsMissing,
 };
 
+enum class SkinBitmapLoading {
+    Decode,
+    // Only the files' headers are read; DecodeBitmaps decodes them later.
+    HeaderOnly,
+};
+
 class SkinLayout {
 public:
     SkinLayout() = default;
@@ -148,14 +157,23 @@ public:
 
     // Frees, then fills the record for the resolution chosen for screen,
     // loading ini from iniPath first if it is not loaded.  Stops with Fails at
-    // the first button with a rectangle key not given.
-    SkinLoadResult LoadLayout(QSize screen);
+    // the first button with a rectangle key not given.  With HeaderOnly a
+    // bitmap whose header is sound counts as present until it is decoded.
+    SkinLoadResult LoadLayout(QSize screen, SkinBitmapLoading loading = SkinBitmapLoading::Decode);
+    // Decodes the bitmaps a HeaderOnly load left Checked and answers what a
+    // load with Decode would have answered; DecodeBitmap decodes one of them.
+    SkinLoadResult DecodeBitmaps();
+    void DecodeBitmap(SkinBitmap which);
     // Drops the bitmaps and fonts and empties every rectangle.
     void FreeLayout();
 
     // Whether the bitmaps of a load are held (the record has been loaded and
     // not freed since).
     bool IsLayoutLoaded() const { return layoutLoaded_; }
+    // Whether no bitmap is left Checked.
+    bool AreBitmapsDecoded() const;
+    // Whether a bitmap is missing or undecodable as far as it has been read.
+    bool MissesBitmaps() const;
     const QImage& Bitmap(SkinBitmap which) const { return bitmaps[Index(which)].image; }
     bool HasBitmap(SkinBitmap which) const { return !Bitmap(which).isNull(); }
 

@@ -38,7 +38,7 @@ std::u16string SkinList::StoredActiveSkin() const
     return RegSzText(data.data(), size);
 }
 
-bool SkinList::LoadSkins(const QString& programFolder, QSize screen, QWidget* owner)
+bool SkinList::LoadSkins(const QString& programFolder, QSize screen, QWidget* owner, ActiveSkinBitmaps which)
 {
     skins_.clear();
     activeIndex_ = -1;
@@ -56,7 +56,9 @@ bool SkinList::LoadSkins(const QString& programFolder, QSize screen, QWidget* ow
         skin->name = SkinLayout::ReadName(skin->ini);
         if (skin->name.empty())
             continue;
-        const SkinLoadResult result = skin->LoadLayout(screen);
+        // Only the active skin is drawn: the others' bitmaps are checked from
+        // their headers and decoded when one of them is chosen.
+        const SkinLoadResult result = skin->LoadLayout(screen, SkinBitmapLoading::HeaderOnly);
         if (result == SkinLoadResult::Fails)
             continue;
         if (result == SkinLoadResult::GraphicsMissing)
@@ -69,7 +71,29 @@ bool SkinList::LoadSkins(const QString& programFolder, QSize screen, QWidget* ow
     }
     if (activeIndex_ < 0 && !skins_.empty())
         activeIndex_ = 0;
+    decodeActive(owner, which);
     return true;
+}
+
+void SkinList::DecodeActiveSkin(QWidget* owner)
+{
+    decodeActive(owner, ActiveSkinBitmaps::All);
+}
+
+void SkinList::decodeActive(QWidget* owner, ActiveSkinBitmaps which)
+{
+    SkinLayout* skin = ActiveSkin();
+    if (!skin || skin->AreBitmapsDecoded())
+        return;
+    // A bitmap whose header was sound but whose data is not gets the box now,
+    // as it would have had when it was read whole.
+    const bool lookedComplete = !skin->MissesBitmaps();
+    if (which == ActiveSkinBitmaps::FirstFrame)
+        skin->DecodeBitmap(SkinBitmap::Background);
+    else
+        skin->DecodeBitmaps();
+    if (lookedComplete && skin->MissesBitmaps())
+        ShowMessageBox(owner, Text(Str::GraphicsMissing), Text(Str::ErrorCaption), kErrorBoxStyle);
 }
 
 SkinLayout* SkinList::ActiveSkin()
@@ -88,6 +112,7 @@ RegStatus SkinList::SetActiveSkin(std::u16string_view name)
     if (index < 0)
         return ERROR_FILE_NOT_FOUND;
     activeIndex_ = index;
+    decodeActive(nullptr, ActiveSkinBitmaps::All);
     HKEY key = 0;
     RegStatus status = registry_.CreateKey(HKEY_LOCAL_MACHINE, kSkinsKey, KEY_ALL_ACCESS, &key);
     if (status != ERROR_SUCCESS)

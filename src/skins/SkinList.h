@@ -5,7 +5,8 @@
 // folder, in file-name order, and keeps each that is a skin (a non-empty Name
 // in section Skin) and has a layout for the screen.  A skin whose bitmaps are
 // missing is kept after message 57695: a damaged look is better than no skin.
-// Of two skins with one name (compared without case) the first is kept.  The
+// Of two skins with one name (compared without case) the first is kept.
+// Only the active skin's bitmaps are decoded; the others' headers are read.  The
 // active skin is the one named by "Active Skin" under
 // HKEY_LOCAL_MACHINE\Software\Talvo\Skins, else the first; a stored name that
 // matches no skin is left as it is.
@@ -40,9 +41,20 @@ public:
 
     explicit SkinList(Registry& registry) : registry_(registry) {}
 
+    enum class ActiveSkinBitmaps {
+        All,
+        // Only the stopped screen's background, for a first frame that must
+        // come quickly; DecodeActiveSkin decodes the rest.
+        FirstFrame,
+    };
+
     // Replaces the list with the skins found for screen (see above); owner
     // owns the 57695 box and may be null.  Returns true.
-    bool LoadSkins(const QString& programFolder, QSize screen, QWidget* owner = nullptr);
+    bool LoadSkins(const QString& programFolder, QSize screen, QWidget* owner = nullptr,
+                   ActiveSkinBitmaps which = ActiveSkinBitmaps::All);
+    // Decodes what a FirstFrame load left of the active skin (57695 for data
+    // found damaged only now).
+    void DecodeActiveSkin(QWidget* owner);
 
     // Null when there is no active skin.
     SkinLayout* ActiveSkin();
@@ -71,6 +83,9 @@ public:
 
 private:
     int indexOf(std::u16string_view name) const;
+    // The active skin is the one drawn: its bitmaps are decoded as soon as
+    // it becomes active.
+    void decodeActive(QWidget* owner, ActiveSkinBitmaps which);
 
     Registry& registry_;
     std::vector<std::unique_ptr<SkinLayout>> skins_;

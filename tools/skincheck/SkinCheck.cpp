@@ -27,6 +27,8 @@ QString StatusText(SkinBitmapStatus status)
     switch (status) {
     case SkinBitmapStatus::Loaded:
         return QStringLiteral("loaded");
+    case SkinBitmapStatus::Checked:
+        return QStringLiteral("header read, not decoded");
     case SkinBitmapStatus::NotNamed:
         return QStringLiteral("no file named");
     case SkinBitmapStatus::NotFound:

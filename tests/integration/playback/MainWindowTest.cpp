@@ -12,6 +12,7 @@
 #include <QSlider>
 #include <QTextBrowser>
 #include <QTimer>
+#include <sqlite3.h>
 
 namespace talvo::test {
 namespace {
@@ -345,6 +346,29 @@ TEST_F(MainWindow, FileAssociationNamesThisExecutable)
     EXPECT_EQ(text(u"TalvoPlayer"), "Talvo Audio");
     EXPECT_EQ(text(u"TalvoPlayer\\DefaultIcon"), "/opt/talvo/bin/talvoplayer,0");
     EXPECT_EQ(text(u"TalvoPlayer\\shell\\open\\command"), "\"/opt/talvo/bin/talvoplayer\" -File:\"%1\"");
+
+    // A moved player is registered anew; an unchanged one commits nothing, so
+    // an everyday start never syncs the store.
+    ASSERT_TRUE(RegisterFileAssociation(*registry_, "/usr/bin/talvoplayer", "Talvo Audio"));
+    EXPECT_EQ(text(u"TalvoPlayer\\DefaultIcon"), "/usr/bin/talvoplayer,0");
+    sqlite3* watcher = nullptr;
+    ASSERT_EQ(sqlite3_open_v2(device_.registryPath().toUtf8().constData(), &watcher, SQLITE_OPEN_READONLY,
+                              nullptr),
+              SQLITE_OK);
+    auto commits = [watcher] {
+        sqlite3_stmt* statement = nullptr;
+        sqlite3_prepare_v2(watcher, "PRAGMA data_version", -1, &statement, nullptr);
+        sqlite3_step(statement);
+        const int version = sqlite3_column_int(statement, 0);
+        sqlite3_finalize(statement);
+        return version;
+    };
+    const int before = commits();
+    ASSERT_TRUE(RegisterFileAssociation(*registry_, "/usr/bin/talvoplayer", "Talvo Audio"));
+    EXPECT_EQ(commits(), before);
+    ASSERT_TRUE(RegisterFileAssociation(*registry_, "/usr/bin/talvoplayer", "Other Name"));
+    EXPECT_NE(commits(), before);
+    sqlite3_close(watcher);
 }
 
 } // namespace

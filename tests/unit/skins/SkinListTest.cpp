@@ -4,6 +4,7 @@
 #include "tests/support/TestDevice.h"
 #include "tests/unit/skins/SkinFiles.h"
 
+#include <QFile>
 #include <gtest/gtest.h>
 
 namespace talvo {
@@ -107,6 +108,50 @@ TEST_F(SkinListTest, MissingGraphicsAreReportedAndTheSkinKept)
     EXPECT_TRUE(device_.messages()[0].startsWith(
         QStringLiteral("TalvoPlayer Error\tTalvoPlayer was unable to load required graphics.  ")));
     EXPECT_TRUE(device_.messages()[0].endsWith(QStringLiteral("\t0x50010")));
+}
+
+// Start-up decodes only what it draws; a skin chosen later whose bitmap has a
+// sound header but broken data still gets the box, when it is decoded.
+TEST_F(SkinListTest, OnlyTheActiveSkinIsDecodedAndAChosenSkinIsCheckedWhole)
+{
+    QByteArray png;
+    {
+        QFile file(Skins() + QStringLiteral("/hot.png"));
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+        png = file.readAll();
+    }
+    test::WriteBytes(Skins() + QStringLiteral("/cut.png"), png.left(png.size() / 2));
+    Skin("a.ini", test::SkinText(QStringLiteral("Amber")));
+    QString text = test::SkinText(QStringLiteral("Blue"));
+    Skin("b.ini", text.replace(QStringLiteral("=hot.png"), QStringLiteral("=cut.png")));
+
+    SkinList list = Loaded();
+    EXPECT_TRUE(device_.messages().isEmpty());
+    const SkinLayout& amber = *list.Skins()[0];
+    const SkinLayout& blue = *list.Skins()[1];
+    EXPECT_TRUE(amber.AreBitmapsDecoded());
+    EXPECT_TRUE(amber.HasBitmap(SkinBitmap::Hot));
+    EXPECT_FALSE(blue.AreBitmapsDecoded());
+    EXPECT_FALSE(blue.HasBitmap(SkinBitmap::Background));
+
+    ASSERT_EQ(list.SetActiveSkin(u"Blue"), ERROR_SUCCESS);
+    EXPECT_TRUE(blue.AreBitmapsDecoded());
+    EXPECT_TRUE(blue.HasBitmap(SkinBitmap::Background));
+    EXPECT_FALSE(blue.HasBitmap(SkinBitmap::Hot));
+    ASSERT_EQ(device_.messages().size(), 1);
+    EXPECT_TRUE(device_.messages()[0].contains(QStringLiteral("unable to load required graphics")));
+
+    // A first frame needs only the background; the rest follows on request.
+    Remember(u"Blue");
+    SkinList quick(*registry_);
+    quick.LoadSkins(device_.path(QStringLiteral("app")), QSize(240, 320), nullptr,
+                    SkinList::ActiveSkinBitmaps::FirstFrame);
+    EXPECT_TRUE(quick.ActiveSkin()->HasBitmap(SkinBitmap::Background));
+    EXPECT_FALSE(quick.ActiveSkin()->HasBitmap(SkinBitmap::PlayBackground));
+    EXPECT_EQ(device_.messages().size(), 1);
+    quick.DecodeActiveSkin(nullptr);
+    EXPECT_TRUE(quick.ActiveSkin()->HasBitmap(SkinBitmap::PlayBackground));
+    EXPECT_EQ(device_.messages().size(), 2);
 }
 
 TEST_F(SkinListTest, NoSkinsMeansNoneActive)
