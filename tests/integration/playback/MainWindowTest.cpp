@@ -352,9 +352,9 @@ TEST_F(MainWindow, FileAssociationNamesThisExecutable)
     ASSERT_TRUE(RegisterFileAssociation(*registry_, "/usr/bin/talvoplayer", "Talvo Audio"));
     EXPECT_EQ(text(u"TalvoPlayer\\DefaultIcon"), "/usr/bin/talvoplayer,0");
     sqlite3* watcher = nullptr;
-    ASSERT_EQ(sqlite3_open_v2(device_.registryPath().toUtf8().constData(), &watcher, SQLITE_OPEN_READONLY,
-                              nullptr),
-              SQLITE_OK);
+    ASSERT_EQ(
+        sqlite3_open_v2(device_.registryPath().toUtf8().constData(), &watcher, SQLITE_OPEN_READONLY, nullptr),
+        SQLITE_OK);
     auto commits = [watcher] {
         sqlite3_stmt* statement = nullptr;
         sqlite3_prepare_v2(watcher, "PRAGMA data_version", -1, &statement, nullptr);

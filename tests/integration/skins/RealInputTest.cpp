@@ -3,6 +3,9 @@
 // the test times its holds itself.
 #include "app/CMainFrame.h"
 #include "base/CommandIds.h"
+#include "base/DetectPlatform.h"
+#include "base/StringTable.h"
+#include "library/ProgramStateStore.h"
 #include "playback/ProgramFile.h"
 #include "skins/SkinnedDisplay.h"
 #include "tests/integration/playback/PlayerFixture.h"
@@ -10,12 +13,16 @@
 #include <QApplication>
 #include <QDialog>
 #include <QLineEdit>
+#include <QMenu>
 #include <QProcess>
+#include <QPushButton>
 #include <QThread>
 #include <QTimer>
 #include <QTreeWidget>
 #include <cstring>
+#include <functional>
 #include <gtest/gtest.h>
+#include <optional>
 #include <unistd.h>
 
 namespace talvo::test {
@@ -52,6 +59,132 @@ void serveFor(int ms)
     clock.start();
     while (clock.elapsed() < ms)
         QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+}
+
+// Real input for the player's own loops: each step waits until what it acts
+// on is on the screen (a menu popped up, a modal dialog shown), then sends
+// its events through xdotool without waiting, so the menus and dialogs that
+// the events open keep running their loops meanwhile.
+class InputScript : public QObject {
+public:
+    // Answers the xdotool arguments once its target is there, else nothing.
+    using Step = std::function<std::optional<QStringList>()>;
+
+    explicit InputScript(std::vector<Step> steps) : steps_(std::move(steps))
+    {
+        connect(&poll_, &QTimer::timeout, this, &InputScript::advance);
+        poll_.start(50);
+    }
+    bool Done() const { return next_ == steps_.size() && tool_.state() == QProcess::NotRunning; }
+    std::size_t StepsSent() const { return next_; }
+
+private:
+    void advance()
+    {
+        if (next_ == steps_.size() || tool_.state() != QProcess::NotRunning)
+            return;
+        if (std::optional<QStringList> arguments = steps_[next_]()) {
+            ++next_;
+            tool_.start(QStringLiteral("xdotool"), *arguments);
+        }
+    }
+
+    std::vector<Step> steps_;
+    std::size_t next_ = 0;
+    QProcess tool_;
+    QTimer poll_;
+};
+
+QStringList clickAt(QPoint global)
+{
+    return {"mousemove", "--sync", QString::number(global.x()), QString::number(global.y()), "click", "1"};
+}
+
+// A click on the menu item of that text in the menu that is up.
+InputScript::Step clickMenuItem(const QString& text)
+{
+    return [text]() -> std::optional<QStringList> {
+        auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
+        if (!menu || !menu->isVisible())
+            return std::nullopt;
+        for (QAction* action : menu->actions()) {
+            if (action->text() == text)
+                return clickAt(menu->mapToGlobal(menu->actionGeometry(action).center()));
+        }
+        return std::nullopt;
+    };
+}
+
+// The modal dialog of that caption, when it is up.
+QDialog* modalDialog(const QString& caption)
+{
+    auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+    return dialog && dialog->isVisible() && dialog->windowTitle() == caption ? dialog : nullptr;
+}
+
+QLineEdit* nameField(const QString& caption)
+{
+    QDialog* dialog = modalDialog(caption);
+    return dialog ? dialog->findChild<QLineEdit*>(QStringLiteral("bookmarkName")) : nullptr;
+}
+
+// Clicks into the name field of the name dialog and types the name over its
+// text, then, once the field shows it, presses Enter.  (type takes every
+// word after it as text, so Enter is a step of its own.)
+std::vector<InputScript::Step> typeName(const QString& caption, const QString& name)
+{
+    InputScript::Step type = [caption, name]() -> std::optional<QStringList> {
+        QLineEdit* field = nameField(caption);
+        if (!field)
+            return std::nullopt;
+        return clickAt(field->mapToGlobal(field->rect().center())) +
+               QStringList{"key", "ctrl+a", "type", "--delay", "30", name};
+    };
+    InputScript::Step enter = [caption, name]() -> std::optional<QStringList> {
+        QLineEdit* field = nameField(caption);
+        if (!field || field->text() != name)
+            return std::nullopt;
+        return QStringList{"key", "Return"};
+    };
+    return {type, enter};
+}
+
+// A click on a point of the dialog of that caption, found by find (a global
+// point; nothing while it is not there).
+InputScript::Step clickIn(const QString& caption, std::function<std::optional<QPoint>(QDialog&)> find)
+{
+    return [caption, find]() -> std::optional<QStringList> {
+        QDialog* dialog = modalDialog(caption);
+        std::optional<QPoint> point = dialog ? find(*dialog) : std::nullopt;
+        if (!point)
+            return std::nullopt;
+        return clickAt(*point);
+    };
+}
+
+std::optional<QPoint> visibleCentre(QWidget* widget)
+{
+    if (!widget || !widget->isVisible())
+        return std::nullopt;
+    return widget->mapToGlobal(widget->rect().center());
+}
+
+// The centre of row `row` of the dialog's list.
+std::optional<QPoint> rowOf(QDialog& dialog, int row)
+{
+    auto* rows = dialog.findChild<QTreeWidget*>();
+    if (!rows || rows->topLevelItemCount() <= row)
+        return std::nullopt;
+    return rows->viewport()->mapToGlobal(rows->visualItemRect(rows->topLevelItem(row)).center());
+}
+
+QPushButton* buttonOf(QWidget& window, const std::function<bool(QPushButton&)>& match)
+{
+    for (auto* button : window.findChildren<QPushButton*>()) {
+        if (match(*button))
+            return button;
+    }
+    return nullptr;
 }
 
 class RealInput : public PlayerFixture {
@@ -133,27 +266,95 @@ TEST_F(RealInput, ATitleTapEndsOnTheTitleOrSendsNothing)
     EXPECT_TRUE(pump([&] { return frame_->Audio().IsPlaying(); }, 5000));
 }
 
-TEST_F(RealInput, TheTitleOpensTheListAndItsKeysPlayTheChosenProgram)
+// A listener's whole way with the mouse and the keyboard: a tap on the title
+// opens the list, a click and Enter listen to the second program, the soft-key
+// menu adds a bookmark under a typed name, and the bookmark list renames it.
+TEST_F(RealInput, TheListPlaysTheChosenProgramAndItsBookmarkIsAddedAndRenamed)
 {
     WritePcmProgram(musicPath("Author/A/a.zq"), "a", 120);
     const QString b = WritePcmProgram(musicPath("Author/B/b.zq"), "b", 120);
     startVisiblePlayer();
     ASSERT_EQ(frame_->Library().Count(), 2);
-
-    // A tap on the title opens the list; Down and Enter listen to the second program.
-    QProcess keys;
-    keys.start(QStringLiteral("xdotool"),
-               {"sleep", "0.8", "search", "--sync", "--onlyvisible", "--name", "^Local Library$",
-                "windowfocus", "--sync", "key", "Down", "sleep", "0.2", "key", "Return"});
-    // Keys that never reach the list fail the test rather than hold it.
-    QTimer::singleShot(15000, frame_.get(), [] {
+    QPushButton* menuKey = buttonOf(*frame_, [](QPushButton& button) { return button.menu() != nullptr; });
+    ASSERT_NE(menuKey, nullptr);
+    const QPoint menuKeyCentre = *visibleCentre(menuKey);
+    const QPoint title = onScreen(frame_->Display().Skin()->programTitle.rect.ToQRect().center());
+    const bool keyLayout = DetectPlatform() == 1;
+    const QString library = LoadString(Str::ListTitle);
+    const QString bookmarks = LoadString(Str::BookmarksTitle);
+    auto noDialog = [](QPoint point) {
+        return [point]() -> std::optional<QStringList> {
+            if (QApplication::activeModalWidget())
+                return std::nullopt;
+            return clickAt(point);
+        };
+    };
+    // Whatever goes wrong, no dialog is left to hold the test.
+    QTimer::singleShot(40000, frame_.get(), [] {
         if (auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget()))
             dialog->reject();
     });
-    moveTo(onScreen(frame_->Display().Skin()->programTitle.rect.ToQRect().center()));
-    ASSERT_TRUE(xdotool({"click", "1"}));
-    ASSERT_TRUE(pump([&] { return keys.state() == QProcess::NotRunning; }, 20000));
-    ASSERT_TRUE(pump([&] { return current().path == b && frame_->Audio().IsPlaying(); }, 10000));
+
+    std::vector<InputScript::Step> steps{
+        noDialog(title),
+        clickIn(library, [](QDialog& dialog) { return rowOf(dialog, 1); }),
+        [library]() -> std::optional<QStringList> {
+            QDialog* dialog = modalDialog(library);
+            auto* rows = dialog ? dialog->findChild<QTreeWidget*>() : nullptr;
+            if (!rows || rows->currentIndex().row() != 1)
+                return std::nullopt;
+            return QStringList{"key", "Return"};
+        },
+        [this, b, menuKeyCentre]() -> std::optional<QStringList> {
+            if (QApplication::activeModalWidget() || current().path != b)
+                return std::nullopt;
+            current().Seek(42000);
+            return clickAt(menuKeyCentre);
+        },
+        clickMenuItem(LoadString(Str::MenuAddBookmark)),
+    };
+    for (InputScript::Step& step : typeName(LoadString(Str::AddBookmarkCaption), QStringLiteral("Harbour")))
+        steps.push_back(std::move(step));
+    steps.push_back(noDialog(menuKeyCentre));
+    steps.push_back(clickMenuItem(LoadString(Str::MenuEditBookmarks)));
+    steps.push_back(clickIn(bookmarks, [](QDialog& dialog) { return rowOf(dialog, 0); }));
+    if (keyLayout) {
+        steps.push_back([bookmarks]() -> std::optional<QStringList> {
+            if (!modalDialog(bookmarks))
+                return std::nullopt;
+            return QStringList{"key", "F2"};
+        });
+    } else {
+        steps.push_back(clickIn(bookmarks, [](QDialog& dialog) {
+            return visibleCentre(buttonOf(dialog, [](QPushButton& button) {
+                return button.text() == LoadString(Str::BookmarksUpdate);
+            }));
+        }));
+    }
+    for (InputScript::Step& step :
+         typeName(LoadString(Str::RenameBookmarkCaption), QStringLiteral("Lighthouse")))
+        steps.push_back(std::move(step));
+    steps.push_back(clickIn(bookmarks, [keyLayout](QDialog& dialog) {
+        return visibleCentre(buttonOf(dialog, [keyLayout](QPushButton& button) {
+            return keyLayout ? button.text() == LoadString(Str::BookmarksDone)
+                             : button.objectName() == QStringLiteral("okButton");
+        }));
+    }));
+    InputScript script(std::move(steps));
+    ASSERT_TRUE(pump([&] { return script.Done() && !QApplication::activeModalWidget(); }, 50000))
+        << "stopped before step " << script.StepsSent();
+
+    EXPECT_EQ(current().path, b);
+    ProgramStateStore store(*registry_);
+    ProgramFile fresh(b);
+    ASSERT_EQ(fresh.ReadMetadata(), ZQX_OK);
+    ASSERT_TRUE(fresh.Open(store));
+    ASSERT_EQ(fresh.bookmarks.size(), 1u);
+    EXPECT_EQ(fresh.bookmarks[0].name, u"Lighthouse");
+    // Where the program was when the menu was opened, give or take the time
+    // it played on before Add Bookmark was clicked.
+    EXPECT_GE(fresh.bookmarks[0].timeMs, 42000u);
+    EXPECT_LT(fresh.bookmarks[0].timeMs, 72000u);
 }
 
 TEST_F(RealInput, ATapOnTheDarkScreenWakesItAndPlaybackGoesOn)
