@@ -152,19 +152,25 @@ int main(int argc, char** argv)
         }
     }
 
-    // The program list with the demo library and with none, Pocket PC and Smartphone.
+    // The program list with the demo library and with none, Pocket PC (tall and
+    // wide) and Smartphone.
     for (bool empty : {false, true}) {
         QTemporaryDir nothing;
         qputenv("TALVOPLAYER_MUSIC", empty ? QFile::encodeName(nothing.path()) : QByteArray(argv[2]));
         CMainFrame frame({*registry, programFolder, QString(), makeWaveOut});
-        for (int layout : {kListTemplatePocketPc, kListTemplateSmartphone}) {
+        const std::pair<int, const char*> layouts[] = {{kListTemplatePocketPc, ""},
+                                                       {kListTemplatePocketPcWide, "-wide"},
+                                                       {kListTemplateSmartphone, "-smartphone"}};
+        for (auto [layout, suffix] : layouts) {
             ProgramListDialog dialog(frame.Library(), programFolder, layout);
             dialog.setWindowState(Qt::WindowNoState);
-            dialog.resize(layout == kListTemplateSmartphone ? QSize(240, 320) : QSize(480, 640));
+            dialog.resize(layout == kListTemplateSmartphone     ? QSize(240, 320)
+                          : layout == kListTemplatePocketPcWide ? QSize(640, 480)
+                                                                : QSize(480, 640));
             dialog.show();
             settle();
             failures += !save(dialog, out + QStringLiteral("/program-list%1%2.png")
-                                                .arg(layout == kListTemplateSmartphone ? "-smartphone" : "")
+                                                .arg(QLatin1String(suffix))
                                                 .arg(empty ? "-empty" : ""));
             dialog.reject();
         }
