@@ -14,10 +14,10 @@
 namespace talvo {
 namespace {
 
-constexpr std::uint32_t kKilobyte = 1024;
-constexpr std::uint32_t kMegabyte = 1024 * 1024;
+constexpr std::uint64_t kKilobyte = 1024;
+constexpr std::uint64_t kMegabyte = 1024 * 1024;
 // The digit after the point is the remaining kilobytes divided by this.
-constexpr std::uint32_t kTenthDivisor = 100;
+constexpr std::uint64_t kTenthDivisor = 100;
 
 constexpr std::uint32_t kMsPerSecond = 1000;
 constexpr std::uint32_t kSecondsPerMinute = 60;
@@ -122,11 +122,11 @@ ProgramDetails GatherProgramDetails(const ProgramEntry& entry)
     return details;
 }
 
-QString SizeText(std::uint32_t bytes)
+QString SizeText(std::uint64_t bytes)
 {
     if (bytes > kMegabyte) {
-        const std::uint32_t whole = bytes / kMegabyte;
-        const std::uint32_t restKb = (bytes - whole * kMegabyte) / kKilobyte;
+        const std::uint64_t whole = bytes / kMegabyte;
+        const std::uint64_t restKb = (bytes - whole * kMegabyte) / kKilobyte;
         return FormatString(Str::SizeMegabytes, static_cast<long>(whole),
                             static_cast<long>(restKb / kTenthDivisor));
     }

@@ -35,7 +35,8 @@ ProgramDetails GatherProgramDetails(const ProgramEntry& entry);
 // "%ld Bytes", "%ld KB" or "%ld.%ld MB".  Above 1 MB the digit after the point
 // is the remaining whole kilobytes divided by 100, so it runs from 0 to 10
 // ("1.10 MB" for 1 MB and 1,023 KB): the number listeners have always seen.
-QString SizeText(std::uint32_t bytes);
+// The program list writes the free and total storage with it too.
+QString SizeText(std::uint64_t bytes);
 
 // "Format 1" to "Format 5" for file types 1 to 5, else "Unknown Format".
 QString AudioFormatText(std::int32_t fileType);

@@ -1,6 +1,7 @@
 #include "library/ProgramList.h"
 
 #include "base/StringTable.h"
+#include "library/ProgramDetailsPage.h"
 #include "library/ProgramLibrary.h"
 #include "platform/MessageBox.h"
 #include "platform/StorageCards.h"
@@ -12,11 +13,6 @@
 
 namespace talvo {
 namespace {
-
-constexpr std::uint64_t kKilobyte = 1024;
-constexpr std::uint64_t kMegabyte = 1024 * 1024;
-// The digit after the point is the remaining kilobytes divided by this.
-constexpr std::uint64_t kKilobytesPerTenth = 100;
 
 constexpr MessageBoxStyle kConfirmDeleteStyle = MB_OKCANCEL | MB_ICONQUESTION;
 
@@ -55,19 +51,6 @@ QString RowTextOf(const ProgramFile& program)
     if (text.trimmed().isEmpty())
         text = CleanText(QFileInfo(program.path).fileName().toStdU16String());
     return text;
-}
-
-QString StorageSizeText(std::uint64_t bytes)
-{
-    if (bytes > kMegabyte) {
-        const std::uint64_t whole = bytes / kMegabyte;
-        const std::uint64_t restKb = (bytes - whole * kMegabyte) / kKilobyte;
-        return FormatString(Str::SizeMegabytes, static_cast<long>(whole),
-                            static_cast<long>(restKb / kKilobytesPerTenth));
-    }
-    if (bytes >= kKilobyte)
-        return FormatString(Str::SizeKilobytes, static_cast<long>(bytes / kKilobyte));
-    return FormatString(Str::SizeBytes, static_cast<long>(bytes));
 }
 
 QString MainMemoryFolder()
@@ -171,8 +154,8 @@ QString ProgramList::FreeSpaceHeader(int row, const QString& homeFolder) const
     StorageSpace space;
     GetStorageSpace(folder, &space);
     return FormatString(Str::FreeSpaceHeader, where.toUtf8().constData(),
-                        StorageSizeText(space.availableBytes).toUtf8().constData(),
-                        StorageSizeText(space.totalBytes).toUtf8().constData());
+                        SizeText(space.availableBytes).toUtf8().constData(),
+                        SizeText(space.totalBytes).toUtf8().constData());
 }
 
 QString FeldrunPath(const QString& applicationFolder)

@@ -76,10 +76,6 @@ private:
 // title shows the file's name instead, so that every row can be told apart.
 QString RowTextOf(const ProgramFile& program);
 
-// Byte counts as the details page writes sizes ("%ld.%ld MB", "%ld KB",
-// "%ld Bytes"), but over the whole 64-bit count: storage is larger than files.
-QString StorageSizeText(std::uint64_t bytes);
-
 // Main memory: TALVOPLAYER_HOME, or the user's home folder.
 QString MainMemoryFolder();
 

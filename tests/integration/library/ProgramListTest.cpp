@@ -5,6 +5,7 @@
 #include "base/CommandIds.h"
 #include "library/ProgramDeletion.h"
 #include "library/ProgramDetailsDialog.h"
+#include "library/ProgramDetailsPage.h"
 #include "library/ProgramList.h"
 #include "library/ProgramListDialog.h"
 #include "library/ProgramStateStore.h"
@@ -326,15 +327,11 @@ TEST_F(ProgramListTest, FeldrunStartsBesideThePlayerOrSaysWhy)
     EXPECT_EQ(device_.messages().size(), 2);
 }
 
-TEST(StorageSizeText, WholeBytesKilobytesAndMegabytes)
+// The details page's size rule, over storage beyond 4 GB, which a 32-bit
+// count would wrap.
+TEST(SizeText, StorageSizesBeyondFourGigabytes)
 {
-    EXPECT_EQ(StorageSizeText(1023), QStringLiteral("1023 Bytes"));
-    EXPECT_EQ(StorageSizeText(1024), QStringLiteral("1 KB"));
-    EXPECT_EQ(StorageSizeText(1048576), QStringLiteral("1024 KB"));
-    EXPECT_EQ(StorageSizeText(1048577), QStringLiteral("1.0 MB"));
-    EXPECT_EQ(StorageSizeText(3 * 1048576ull + 1000 * 1024), QStringLiteral("3.10 MB"));
-    // Beyond 4 GB, which a 32-bit count would wrap.
-    EXPECT_EQ(StorageSizeText(5ull << 30), QStringLiteral("5120.0 MB"));
+    EXPECT_EQ(SizeText(5ull << 30), QStringLiteral("5120.0 MB"));
 }
 
 } // namespace
