@@ -3,10 +3,12 @@
 #include "PlayerFixture.h"
 
 #include "base/CommandIds.h"
+#include "base/StringTable.h"
 #include "library/BookmarkDialogs.h"
 
 #include <QApplication>
 #include <QLineEdit>
+#include <QMenu>
 #include <QTimer>
 #include <QTreeWidget>
 
@@ -53,6 +55,22 @@ TEST_F(BookmarkDialogs, AnAddedBookmarkIsInTheRegistryAtOnceAndCancelAddsNothing
 
     withDialogOf(Command::CreateBookmarkPressed, [](QDialog& dialog) { dialog.reject(); });
     EXPECT_EQ(stored().size(), 1u);
+
+    // A new start lists it in the soft-key menu's bookmarks, by its time.
+    frame_.reset();
+    startPlayer();
+    QMenu* bookmarks = nullptr;
+    for (auto* menu : frame_->findChildren<QMenu*>()) {
+        if (menu->title() == LoadString(Str::BookmarksTitle))
+            bookmarks = menu;
+    }
+    ASSERT_NE(bookmarks, nullptr);
+    emit bookmarks->aboutToShow();
+    ASSERT_EQ(bookmarks->actions().size(), 1);
+    EXPECT_EQ(bookmarks->actions()[0]->text(), QStringLiteral("00:00:42"));
+    current().Seek(0);
+    bookmarks->actions()[0]->trigger();
+    EXPECT_EQ(current().Position(), 42000u);
 }
 
 TEST_F(BookmarkDialogs, TheListRebuildsTheBookmarksOnOkAndJumpsOnlyToASelectedRow)
