@@ -49,9 +49,13 @@ inline constexpr RegStatus ERROR_NOT_ENOUGH_MEMORY = 8;
 inline constexpr RegStatus ERROR_INVALID_PARAMETER = 87;
 inline constexpr RegStatus ERROR_MORE_DATA = 234;
 inline constexpr RegStatus ERROR_NO_MORE_ITEMS = 259;
-// The store's file is not a registry (not a database, or another schema).
+// The store's file is damaged: not a database at all, or one that fails its
+// own consistency check, or whose write-ahead log is garbage.
 inline constexpr RegStatus ERROR_BADDB = 1009;
 inline constexpr RegStatus ERROR_REGISTRY_IO_FAILED = 1016;
+// The store's file is an intact database, but not a registry of this
+// version: someone else's tables, or a store written by a later version.
+inline constexpr RegStatus ERROR_NOT_REGISTRY_FILE = 1017;
 inline constexpr RegStatus ERROR_KEY_DELETED = 1018;
 
 inline constexpr DWORD REG_NONE = 0;
@@ -129,8 +133,11 @@ std::u16string RegSzText(const std::uint8_t* data, DWORD size);
 std::string DefaultRegistryPath();
 
 // Opens (creating when needed) the store in the SQLite database at path.
-// Returns null and sets *status when the database cannot be opened or is not a
-// registry store.
-std::unique_ptr<Registry> OpenSqliteRegistry(const std::string& path, RegStatus* status = nullptr);
+// Returns null and sets *status when the database cannot be opened
+// (ERROR_BADDB when it is damaged, ERROR_NOT_REGISTRY_FILE when it is another
+// kind of database) and *systemError to the errno behind the failure, or 0.
+// A store that is refused is left exactly as it was.
+std::unique_ptr<Registry> OpenSqliteRegistry(const std::string& path, RegStatus* status = nullptr,
+                                             int* systemError = nullptr);
 
 } // namespace talvo

@@ -26,6 +26,8 @@ packages=(
   libx11-dev libxext-dev
   # a real install: the desktop entry checked, the mime database compiled
   desktop-file-utils shared-mime-info
+  # man pages from --help; Wayland: Qt's platform plugin and a headless compositor for its test
+  help2man qt6-wayland weston
 )
 
 missing=()

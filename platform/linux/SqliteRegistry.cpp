@@ -21,6 +21,8 @@
 // With WAL and synchronous=NORMAL a committed write survives a crash of any
 // process; FlushKey checkpoints the log so it also survives a power loss.
 #include "platform/Registry.h"
+#include "platform/RegistryRecovery.h"
+#include "platform/linux/SqliteConsistency.h"
 
 #include <QChar>
 
@@ -29,6 +31,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <mutex>
@@ -48,6 +51,12 @@ constexpr int kBusyTimeoutMs = 10000;
 constexpr int kJournalRetryMs = 2;
 // The original platform's limit on one key name (a path component).
 constexpr std::size_t kMaxKeyNameLength = 255;
+// A write-ahead log starts with a 32-byte header whose first four bytes are
+// this number, big-endian, its lowest bit telling the checksums' byte order.
+constexpr std::size_t kWalHeaderSize = 32;
+constexpr std::uint32_t kWalMagic = 0x377f0682;
+// SQLite's smallest page: no database file is shorter than one page.
+constexpr std::uintmax_t kSmallestDatabase = 512;
 
 struct RootKey {
     HKEY handle;
@@ -243,7 +252,7 @@ public:
             // A plain error is a table or column the statement cannot find;
             // anything else (a busy or unreadable file) says nothing about the schema.
             if (int rc = statement->Prepare(db_, text); rc != SQLITE_OK)
-                return rc == SQLITE_ERROR ? ERROR_BADDB : StatusOf(rc);
+                return rc == SQLITE_ERROR ? ERROR_NOT_REGISTRY_FILE : StatusOf(rc);
         }
         return ERROR_SUCCESS;
     }
@@ -891,6 +900,31 @@ int SwitchToWal(sqlite3* db)
     }
 }
 
+// Damage SQLite would not report: a write-ahead log whose header is not one
+// (SQLite would take it for an empty log and throw away what it held), a file
+// shorter than any database, and a store emptied to nothing while a last-good
+// copy shows it had contents.
+RegStatus CheckStoreFiles(const std::string& path)
+{
+    std::error_code error;
+    const std::uintmax_t storeSize = std::filesystem::file_size(path, error);
+    if (!error && storeSize > 0 && storeSize < kSmallestDatabase)
+        return ERROR_BADDB; // SQLite would take it for a new, empty database
+    if (!error && storeSize == 0 && std::filesystem::exists(LastGoodCopyPath(path), error))
+        return ERROR_BADDB;
+    std::FILE* log = std::fopen((path + "-wal").c_str(), "rb");
+    if (!log)
+        return ERROR_SUCCESS;
+    std::array<unsigned char, kWalHeaderSize> header{};
+    const std::size_t read = std::fread(header.data(), 1, header.size(), log);
+    std::fclose(log);
+    if (read < header.size())
+        return ERROR_SUCCESS; // a log being started, or one cut before its first frame
+    const std::uint32_t magic = std::uint32_t(header[0]) << 24 | std::uint32_t(header[1]) << 16 |
+                                std::uint32_t(header[2]) << 8 | header[3];
+    return (magic & ~1u) == kWalMagic ? ERROR_SUCCESS : ERROR_BADDB;
+}
+
 // Creates the schema in an empty database, or checks that a filled one is a
 // registry of this version.  Runs inside BEGIN IMMEDIATE so that two processes
 // opening a new store at once create it only once.
@@ -903,11 +937,11 @@ RegStatus EnsureSchema(sqlite3* db)
     if (version == kSchemaVersion)
         return ERROR_SUCCESS;
     if (version != 0)
-        return ERROR_BADDB;
+        return ERROR_NOT_REGISTRY_FILE;
     if (int rc = QueryInt(db, "SELECT count(*) FROM sqlite_master", &objects); rc != SQLITE_OK)
         return StatusOf(rc);
     if (objects != 0)
-        return ERROR_BADDB;
+        return ERROR_NOT_REGISTRY_FILE;
     if (int rc = Exec(db, kSchemaSql); rc != SQLITE_OK)
         return StatusOf(rc);
     for (const RootKey& root : kRootKeys) {
@@ -927,26 +961,63 @@ RegStatus EnsureSchema(sqlite3* db)
 
 } // namespace
 
-std::unique_ptr<Registry> OpenSqliteRegistry(const std::string& path, RegStatus* status)
+RegStatus CheckSqliteConsistency(sqlite3* db)
+{
+    sqlite3_stmt* check = nullptr;
+    int rc = sqlite3_prepare_v2(db, "PRAGMA quick_check(1)", -1, &check, nullptr);
+    if (rc == SQLITE_OK)
+        rc = sqlite3_step(check);
+    RegStatus status = StatusOf(rc);
+    if (rc == SQLITE_ROW) {
+        auto text = reinterpret_cast<const char*>(sqlite3_column_text(check, 0));
+        status = text && std::strcmp(text, "ok") == 0 ? ERROR_SUCCESS : ERROR_BADDB;
+    }
+    sqlite3_finalize(check);
+    return status;
+}
+
+std::unique_ptr<Registry> OpenSqliteRegistry(const std::string& path, RegStatus* status, int* systemError)
 {
     RegStatus ignored = ERROR_SUCCESS;
     RegStatus& result = status ? *status : ignored;
+    int ignoredErrno = 0;
+    int& osError = systemError ? *systemError : ignoredErrno;
+    osError = 0;
     std::error_code error;
     std::filesystem::path folder = std::filesystem::path(path).parent_path();
     if (!folder.empty())
         std::filesystem::create_directories(folder, error);
+    // Checked before SQLite sees the files: opening would reset a garbage log.
+    if ((result = CheckStoreFiles(path)) != ERROR_SUCCESS)
+        return nullptr;
 
     sqlite3* db = nullptr;
     int rc = sqlite3_open_v2(path.c_str(), &db,
                              SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
     if (rc != SQLITE_OK) {
+        osError = db ? sqlite3_system_errno(db) : 0;
         sqlite3_close_v2(db);
         result = rc == SQLITE_CANTOPEN ? ERROR_ACCESS_DENIED : StatusOf(rc);
         return nullptr;
     }
     sqlite3_busy_timeout(db, kBusyTimeoutMs);
     auto registry = std::make_unique<SqliteRegistry>(db);
-    // Garbage in the file shows up at the first statement as SQLITE_NOTADB.
+    // Whatever fails below, the errno of it (a full disk, a permission) is kept.
+    struct KeepErrno {
+        sqlite3* db;
+        const RegStatus& result;
+        int& osError;
+        ~KeepErrno()
+        {
+            if (result != ERROR_SUCCESS)
+                osError = sqlite3_system_errno(db);
+        }
+    } keepErrno{db, result, osError};
+    // Garbage in the file shows up here as SQLITE_NOTADB, a damaged page
+    // (a cut file, a torn write) as a failed check; both before anything is
+    // written, so a damaged store is left as it was.
+    if ((result = CheckSqliteConsistency(db)) != ERROR_SUCCESS)
+        return nullptr;
     rc = SwitchToWal(db);
     if (rc == SQLITE_OK)
         rc = Exec(db, "PRAGMA synchronous = NORMAL");

@@ -1,5 +1,6 @@
 #include "app/InfoScreens.h"
 
+#include "TalvoVersion.h"
 #include "base/DialogButtons.h"
 #include "base/StringTable.h"
 #include "platform/MessageBox.h"
@@ -17,6 +18,18 @@
 
 namespace talvo {
 namespace {
+
+// The About text is the designed string with the version written into it;
+// the build's version must be the same one.
+constexpr bool AboutTextNamesTheBuildVersion()
+{
+    for (const StringEntry& entry : kStringTable) {
+        if (entry.id == Str::AboutText)
+            return entry.text.find(TALVO_VERSION_TEXT) != std::string_view::npos;
+    }
+    return false;
+}
+static_assert(AboutTextNamesTheBuildVersion(), "the About text and the project version differ");
 
 // A modal screen with a text part and one button that closes it (Enter or Escape).
 QDialog* makeScreen(const QString& title, QWidget* content, const QString& name, QWidget* parent)

@@ -3,6 +3,7 @@
 #include "app/CMainFrame.h"
 #include "app/FileAssociation.h"
 #include "app/FirstPaintProbe.h"
+#include "app/StoreOpening.h"
 #include "base/CommandIds.h"
 #include "base/CommandLine.h"
 #include "base/StringTable.h"
@@ -101,19 +102,33 @@ int runSync(Registry& registry, SyncCommand command)
     return static_cast<int>(static_cast<std::uint32_t>(result) & 0xFFu);
 }
 
+// The first instance: the main window until it closes.
+int runMainWindow(Registry& registry, const QString& file)
+{
+    CMainFrame frame({registry, ProgramFolder(), file, waveOutFactory(), CreateDeviceServices});
+    if (!frame.HasSkin())
+        return 1; // the window has said that no skin fits the screen
+    // Signals first: whoever can find the player may also end it at once.
+    OnTerminationSignal([&frame] { frame.SendCommand(Command::Exit); });
+    frame.ListenForOtherInstances();
+    // The skin's size, or what of the screen there is: the display scales.
+    QSize size = frame.sizeHint();
+    if (const QScreen* screen = QGuiApplication::primaryScreen())
+        size = size.boundedTo(screen->availableSize());
+    frame.resize(size);
+    FirstPaintProbe::InstallIfAsked(frame);
+    frame.show();
+    return QApplication::exec();
+}
+
 } // namespace
 
 int RunPlayer(const QStringList& arguments)
 {
-    RegStatus status = ERROR_SUCCESS;
-    std::unique_ptr<Registry> registry = OpenSqliteRegistry(DefaultRegistryPath(), &status);
-    if (!registry) {
-        ShowMessageBox(
-            nullptr,
-            FormatString(Str::RegistryOpenFailed, DefaultRegistryPath().c_str(), static_cast<int>(status)),
-            LoadString(Str::ErrorCaption), kErrorBoxStyle);
-        return 1;
-    }
+    const std::string storePath = DefaultRegistryPath();
+    std::unique_ptr<Registry> registry = OpenSettingsStore(storePath);
+    if (!registry)
+        return 1; // a box has said why
     RegisterFileAssociation(*registry, QCoreApplication::applicationFilePath(),
                             LoadString(Str::FileTypeName));
 
@@ -135,20 +150,11 @@ int RunPlayer(const QStringList& arguments)
         return 1;
     }
 
-    CMainFrame frame({*registry, ProgramFolder(), file, waveOutFactory(), CreateDeviceServices});
-    if (!frame.HasSkin())
-        return 1; // the window has said that no skin fits the screen
-    // Signals first: whoever can find the player may also end it at once.
-    OnTerminationSignal([&frame] { frame.SendCommand(Command::Exit); });
-    frame.ListenForOtherInstances();
-    // The skin's size, or what of the screen there is: the display scales.
-    QSize size = frame.sizeHint();
-    if (const QScreen* screen = QGuiApplication::primaryScreen())
-        size = size.boundedTo(screen->availableSize());
-    frame.resize(size);
-    FirstPaintProbe::InstallIfAsked(frame);
-    frame.show();
-    return QApplication::exec();
+    const int exitCode = runMainWindow(*registry, file);
+    // A clean exit: the window has saved the listener's place, so the copy
+    // taken now holds everything.
+    KeepLastGoodCopy(storePath, std::nullopt);
+    return exitCode;
 }
 
 } // namespace talvo

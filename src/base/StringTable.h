@@ -161,18 +161,30 @@ enum Id : int {
     EnumProgramsFailed = 61506,
     LowMemory = 61507,
     AboutText = 61508,
-    RegistryOpenFailed = 61509,
     DetailsPageFailed = 61510,
     AboutSummary = 61511,
     HelpMissing = 61512,
     WelcomeTitle = 61513,
     WelcomeText = 61514,
+    StoreCannotOpen = 61515,
+    StoreRestored = 61516,
+    StoreStartedEmpty = 61517,
+    StoreRestoreFailed = 61518,
+    StoreCopyFailed = 61519,
+    StoreCauseAccess = 61520,
+    StoreCauseOtherKind = 61521,
+    StoreCauseMemory = 61522,
+    StoreCauseDisk = 61523,
 
     // 61600: formats shown to the user.
     TimeHms = 61600,
     SizeMegabytes = 61601,
     SizeKilobytes = 61602,
     SizeBytes = 61603,
+    AgeMinutes = 61604,
+    AgeHours = 61605,
+    AgeDays = 61606,
+    AgeAMinute = 61607,
 };
 } // namespace Str
 
@@ -325,18 +337,37 @@ inline constexpr StringEntry kStringTable[] = {
     {Str::EnumProgramsFailed, "EnumProgramsOnStorage failed"},
     {Str::LowMemory, "Low Memory detected"},
     {Str::AboutText, "About TalvoPlayer 5.5.0.10(%s)"},
-    {Str::RegistryOpenFailed, "The settings store %s cannot be opened (error %d)."},
     {Str::DetailsPageFailed, "Failed to create the details page %s. %s."},
     {Str::AboutSummary, "Plays audio books and daily programs, and remembers where you left each one."},
     {Str::HelpMissing, "The help page %s cannot be opened."},
     {Str::WelcomeTitle, "Welcome to TalvoPlayer"},
     {Str::WelcomeText, "Your audio books and programs are listed under Library. Tap a program to listen; "
                        "TalvoPlayer remembers where you stopped in every one of them."},
+    {Str::StoreCannotOpen,
+     "The settings store %s cannot be opened: %s (error %d). Nothing in it was changed."},
+    {Str::StoreRestored, "The settings store was damaged. It has been kept as %s, and its last good copy, "
+                         "saved %s ago, has been put in its place; changes made since then are lost."},
+    {Str::StoreStartedEmpty, "The settings store was damaged and has been kept as %s. There was no good copy "
+                             "of it, so the player starts with new settings and no positions or bookmarks."},
+    {Str::StoreRestoreFailed,
+     "The settings store was damaged and has been kept as %s, but its last good copy "
+     "%s could not be put in its place: %s (error %d)."},
+    {Str::StoreCopyFailed,
+     "The copy of the settings store could not be saved as %s: %s (error %d). The earlier "
+     "copy is kept."},
+    {Str::StoreCauseAccess, "permission denied"},
+    {Str::StoreCauseOtherKind, "it is a database of another kind, or of a later version of the player"},
+    {Str::StoreCauseMemory, "not enough memory"},
+    {Str::StoreCauseDisk, "the disk could not be read or written"},
 
     {Str::TimeHms, "%.02d:%.02d:%.02d"},
     {Str::SizeMegabytes, "%ld.%ld MB"},
     {Str::SizeKilobytes, "%ld KB"},
     {Str::SizeBytes, "%ld Bytes"},
+    {Str::AgeMinutes, "%d minutes"},
+    {Str::AgeHours, "%d hours"},
+    {Str::AgeDays, "%d days"},
+    {Str::AgeAMinute, "a minute"},
 };
 
 namespace detail {

@@ -1,5 +1,6 @@
 #include "sync/SyncCommands.h"
 
+#include "TalvoVersion.h"
 #include "base/CommandIds.h"
 #include "base/DetectPlatform.h"
 #include "base/StringTable.h"

@@ -8,6 +8,7 @@
 //
 // Runs offscreen on a private device in a temporary folder; MUSIC-FOLDER holds
 // the programs to show (the demo library).
+#include "TalvoVersion.h"
 #include "app/CMainFrame.h"
 #include "app/InfoScreens.h"
 #include "base/CommandIds.h"
@@ -29,6 +30,7 @@
 #include <QTemporaryDir>
 #include <QTimer>
 #include <cstdio>
+#include <cstring>
 
 using namespace talvo;
 
@@ -60,6 +62,10 @@ QString slug(const std::u16string& name)
 
 int main(int argc, char** argv)
 {
+    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
+        std::puts("talvo-screenshots " TALVO_VERSION_TEXT);
+        return 0;
+    }
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
     if (argc != 3) {

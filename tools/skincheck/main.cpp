@@ -3,6 +3,7 @@
 // use the skin, 1 when it would skip it, 2 for a wrong command line.
 #include "SkinCheck.h"
 
+#include "TalvoVersion.h"
 #include "skins/ScreenSizeOverride.h"
 
 #include <QCoreApplication>
@@ -28,6 +29,10 @@ int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
     QStringList arguments = app.arguments().mid(1);
+    if (arguments == QStringList{QStringLiteral("--version")}) {
+        std::puts("skincheck " TALVO_VERSION_TEXT);
+        return kUsable;
+    }
     std::optional<QSize> screen;
     QString file;
     for (qsizetype i = 0; i < arguments.size(); ++i) {

@@ -3,6 +3,11 @@
 #include "RegData.h"
 #include "RegFile.h"
 
+#include "TalvoVersion.h"
+#include "platform/RegistryRecovery.h"
+#include "platform/SystemError.h"
+
+#include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
 
@@ -44,6 +49,12 @@ Inspects and edits the TalvoPlayer registry store.
   talvoreg import FILE
       Applies a .reg file (UTF-16LE or UTF-8, CRLF or LF), including [-KEY]
       and "name"=- deletions.  Nothing is written unless the whole file parses.
+  talvoreg repair
+      Recovers a damaged store as the player does at its start: keeps it
+      aside in its folder as STORE.damaged-DATE and puts its last-good copy
+      (STORE.last-good, refreshed by the player) in its place, or starts an
+      empty store when there is none.  Says what it did; an intact store is
+      left alone.  The other commands refuse a damaged store and change nothing.
 
 KEY is ROOT\path\to\key with ROOT one of HKLM, HKEY_LOCAL_MACHINE, HKCR,
 HKEY_CLASSES_ROOT.  Key and value names ignore case.  Without /f, the
@@ -54,6 +65,7 @@ Options:
                     $XDG_CONFIG_HOME/talvoplayer/registry.db (~/.config when
                     XDG_CONFIG_HOME is unset)
   --help            this text
+  --version         the version of talvoreg
 
 Exit status: 0 on success, 1 on failure or when a question is answered No.
 )";
@@ -75,6 +87,7 @@ struct Invocation {
     std::optional<QString> data;      // /d
     QString registryPath;
     bool help = false;
+    bool version = false;
 };
 
 // The command's switches are a slash and one or two letters; anything longer
@@ -106,6 +119,8 @@ std::optional<Invocation> ParseArguments(const QStringList& arguments, QString* 
         if (lower == QLatin1String("--help") || lower == QLatin1String("-h") ||
             lower == QLatin1String("/?")) {
             call.help = true;
+        } else if (lower == QLatin1String("--version")) {
+            call.version = true;
         } else if (lower == QLatin1String("--registry")) {
             auto path = next("a file path");
             if (!path)
@@ -153,10 +168,13 @@ public:
             const char* name;
             int positional;
             int (Runner::*run)();
+            // Repair opens the store itself: the others refuse a damaged one.
+            bool opensStore = true;
         };
         static constexpr Command kCommands[] = {
-            {"query", 1, &Runner::Query},   {"add", 1, &Runner::Add},       {"delete", 1, &Runner::Delete},
-            {"export", 2, &Runner::Export}, {"import", 1, &Runner::Import},
+            {"query", 1, &Runner::Query},   {"add", 1, &Runner::Add},
+            {"delete", 1, &Runner::Delete}, {"export", 2, &Runner::Export},
+            {"import", 1, &Runner::Import}, {"repair", 0, &Runner::Repair, false},
         };
         for (const Command& command : kCommands) {
             if (call_.command != QLatin1String(command.name))
@@ -167,7 +185,7 @@ public:
                                 .arg(command.positional)
                                 .arg(command.positional == 1 ? "" : "s")
                                 .arg(QLatin1String(kHelpHint)));
-            if (!OpenStore())
+            if (command.opensStore && !OpenStore())
                 return kExitFailure;
             return (this->*command.run)();
         }
@@ -217,20 +235,71 @@ private:
         return yes;
     }
 
+    QString StorePath() const
+    {
+        return call_.registryPath.isEmpty() ? QString::fromStdString(DefaultRegistryPath())
+                                            : call_.registryPath;
+    }
+
+    // A damaged store is refused and left exactly as it is: repairing it is
+    // for the player's start or `talvoreg repair`.
     bool OpenStore()
     {
-        storePath_ =
-            call_.registryPath.isEmpty() ? QString::fromStdString(DefaultRegistryPath()) : call_.registryPath;
+        storePath_ = StorePath();
         RegStatus status = ERROR_SUCCESS;
-        registry_ = OpenSqliteRegistry(storePath_.toStdString(), &status);
+        int systemError = 0;
+        registry_ = OpenSqliteRegistry(storePath_.toStdString(), &status, &systemError);
         if (registry_)
             return true;
         if (status == ERROR_BADDB)
-            Fail(QStringLiteral("%1 is not a registry store (damaged, or another kind of file).")
+            Fail(QStringLiteral("The registry store %1 is damaged; nothing was changed. \"talvoreg repair\" "
+                                "keeps it aside and restores its last good copy.")
+                     .arg(storePath_));
+        else if (status == ERROR_NOT_REGISTRY_FILE)
+            Fail(QStringLiteral("%1 is not a registry store (another kind of database, or a later version).")
                      .arg(storePath_));
         else
-            Fail(QStringLiteral("Cannot open the registry store %1 (error %2).").arg(storePath_).arg(status));
+            Fail(QStringLiteral("Cannot open the registry store %1: %2 (error %3).")
+                     .arg(storePath_, CauseOf(systemError))
+                     .arg(status));
         return false;
+    }
+
+    static QString CauseOf(int systemError)
+    {
+        return systemError ? SystemErrorFromErrno(systemError).text : QStringLiteral("the store refused it");
+    }
+
+    int Repair()
+    {
+        storePath_ = StorePath();
+        const OpenedStore opened = OpenOrRecoverSqliteRegistry(storePath_.toStdString());
+        if (!opened.recovery) {
+            if (!opened.registry)
+                return Fail(
+                    QStringLiteral("Cannot open the registry store %1: %2 (error %3). Nothing was changed.")
+                        .arg(storePath_, CauseOf(opened.systemError))
+                        .arg(opened.status));
+            Line(out_,
+                 QStringLiteral("The registry store %1 is intact; nothing was changed.").arg(storePath_));
+            return kExitSuccess;
+        }
+        const StoreRecovery& recovery = *opened.recovery;
+        const QString aside = QString::fromStdString(recovery.keptAsidePath);
+        Line(out_, QStringLiteral("The registry store %1 was damaged; it has been kept as %2.")
+                       .arg(storePath_, aside));
+        if (!opened.registry)
+            return Fail(QStringLiteral("Its last good copy could not be put in its place: %1 (error %2).")
+                            .arg(CauseOf(opened.systemError))
+                            .arg(opened.status));
+        if (recovery.restored) {
+            const QDateTime written = QDateTime::currentDateTime().addSecs(-recovery.restoredAge.count());
+            Line(out_, QStringLiteral("Its last good copy, written %1, has been put in its place.")
+                           .arg(written.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"))));
+        } else {
+            Line(out_, QStringLiteral("There was no good copy of it; the store starts empty."));
+        }
+        return kExitSuccess;
     }
 
     std::optional<KeyPath> Key(const QString& text)
@@ -489,6 +558,10 @@ int RunRegCommand(const QStringList& arguments, std::istream& in, std::ostream& 
     }
     if (call->help) {
         out << kHelp;
+        return kExitSuccess;
+    }
+    if (call->version) {
+        out << "talvoreg " TALVO_VERSION_TEXT "\n";
         return kExitSuccess;
     }
     return Runner(std::move(*call), in, out, err).Run();

@@ -2,6 +2,8 @@
 #include "SyncAnswerText.h"
 #include "SyncClient.h"
 
+#include "TalvoVersion.h"
+
 #include <QCoreApplication>
 #include <cstdio>
 
@@ -19,6 +21,8 @@ AddProgram (a leading "-" or "/" is allowed).  PATH is the input of EnumFiles
                     blanks (for example "ssh phone"); locally without it
   --player PATH     the player on the device (default: talvoplayer)
   --talvoreg PATH   the registry tool on the device (default: talvoreg)
+  --help            this text
+  --version         the version of talvosync
 
 Exit status: 0 when the command succeeded, 1 when it failed, 2 on bad usage or
 when the device could not be reached.
@@ -42,8 +46,14 @@ int main(int argc, char** argv)
     for (qsizetype i = 0; i < arguments.size(); ++i) {
         const QString& argument = arguments[i];
         const bool hasValue = i + 1 < arguments.size();
-        if (argument == QLatin1String("--help"))
-            return usage();
+        if (argument == QLatin1String("--help")) {
+            std::fputs(kUsage, stdout);
+            return 0;
+        }
+        if (argument == QLatin1String("--version")) {
+            std::puts("talvosync " TALVO_VERSION_TEXT);
+            return 0;
+        }
         if (argument == QLatin1String("--via") && hasValue)
             options.prefix = arguments[++i].split(QLatin1Char(' '), Qt::SkipEmptyParts);
         else if (argument == QLatin1String("--player") && hasValue)

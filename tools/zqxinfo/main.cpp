@@ -3,12 +3,38 @@
 // unreadable one (the SDK's status is named), 2 for a usage error.
 
 #include "ProgramReport.h"
+#include "TalvoVersion.h"
 
 #include <cstdio>
 #include <cstring>
 
+namespace {
+
+constexpr const char* kUsage = R"(Usage: zqxinfo [--json] FILE
+
+Prints what a program file (.zq, .zqx) holds: its metadata, sections and
+pictures, and whether every packet of it is intact.
+
+  --json     the same as one JSON object, for scripts
+  --help     this text
+  --version  the version of zqxinfo
+
+Exit status: 0 for an intact file, 1 for a damaged or unreadable one (the
+SDK's status is named), 2 for a wrong command line.
+)";
+
+} // namespace
+
 int main(int argc, char** argv)
 {
+    if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
+        std::fputs(kUsage, stdout);
+        return 0;
+    }
+    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
+        std::puts("zqxinfo " TALVO_VERSION_TEXT);
+        return 0;
+    }
     bool json = false;
     const char* path = nullptr;
     for (int i = 1; i < argc; ++i) {
@@ -20,7 +46,7 @@ int main(int argc, char** argv)
             path = nullptr, argc = 0;
     }
     if (!path) {
-        std::fprintf(stderr, "usage: zqxinfo [--json] FILE\n");
+        std::fputs(kUsage, stderr);
         return 2;
     }
     const ProgramReport report = InspectProgram(path);

@@ -33,7 +33,11 @@ const char* const kPackUsage =
     "  --picture FILE[@MS]     a JPEG or PNG cover shown from MS on (repeatable; the\n"
     "                          first is the cover)\n"
     "  -q, --quiet             no progress bar and no summary\n"
-    "  -h, --help              this text\n";
+    "  -h, --help              this text\n"
+    "  --version               the version of zqxpack\n"
+    "\n"
+    "Exit status: 0 when the file was written, 1 when packing failed, 2 for a wrong\n"
+    "command line.\n";
 
 namespace {
 

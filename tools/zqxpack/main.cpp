@@ -1,5 +1,6 @@
 // zqxpack: makes a program file from ordinary audio files.
 #include "PackCommandLine.h"
+#include "TalvoVersion.h"
 #include "zqxauthor/PacketEncoderFactory.h"
 
 #include <unistd.h>
@@ -42,6 +43,10 @@ private:
 int main(int argc, char** argv)
 {
     std::vector<std::string> args(argv + 1, argv + argc);
+    if (args.size() == 1 && args[0] == "--version") {
+        std::puts("zqxpack " TALVO_VERSION_TEXT);
+        return 0;
+    }
     zqxpack::PackCommandLine cl;
     std::string error;
     if (!zqxpack::ParsePackCommandLine(args, cl, error)) {

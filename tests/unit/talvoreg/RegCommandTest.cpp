@@ -2,7 +2,9 @@
 // before overwriting or deleting, and a clear error with exit 1 for each
 // kind of mistake, with nothing written.
 #include "TalvoregRun.h"
+#include "platform/RegistryRecovery.h"
 
+#include <QDir>
 #include <QFile>
 #include <gtest/gtest.h>
 
@@ -155,8 +157,52 @@ TEST_F(RegCommand, MistakesFailWithAClearMessageAndWriteNothing)
     file.close();
     RegRun damaged = Talvoreg(notStore, {QStringLiteral("query"), QStringLiteral("HKLM")});
     EXPECT_EQ(damaged.exitCode, 1);
-    EXPECT_EQ(damaged.err, "ERROR: " + notStore.toStdString() +
-                               " is not a registry store (damaged, or another kind of file).\n");
+    EXPECT_EQ(damaged.err, "ERROR: The registry store " + notStore.toStdString() +
+                               " is damaged; nothing was changed. \"talvoreg repair\" keeps it aside and "
+                               "restores its last good copy.\n");
+}
+
+TEST_F(RegCommand, ADamagedStoreIsRefusedUntouchedAndRepairRestoresItsCopy)
+{
+    const QString store = dir.filePath(QStringLiteral("r.db"));
+    Add(QStringLiteral("HKLM\\Software\\Talvo"), QStringLiteral("Volume"), QStringLiteral("REG_DWORD"),
+        QStringLiteral("0x1E"));
+    ASSERT_EQ(SaveLastGoodCopy(store.toStdString(), std::nullopt), ERROR_SUCCESS);
+    QFile file(store);
+    ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+    const QByteArray damaged = file.read(1000) + QByteArray(3000, '\0');
+    file.resize(0);
+    file.write(damaged);
+    file.close();
+
+    for (const char* command : {"query", "delete"}) {
+        RegRun run =
+            Run({QLatin1String(command), QStringLiteral("HKLM\\Software\\Talvo"), QStringLiteral("/f")});
+        EXPECT_EQ(run.exitCode, 1);
+        EXPECT_NE(run.err.find(store.toStdString() + " is damaged; nothing was changed."), std::string::npos)
+            << run.err;
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+        EXPECT_EQ(file.readAll(), damaged);
+        file.close();
+    }
+
+    RegRun repair = Run({QStringLiteral("repair")});
+    EXPECT_EQ(repair.exitCode, 0) << repair.err;
+    const QStringList aside = QDir(dir.path()).entryList({QStringLiteral("r.db.damaged-*")});
+    ASSERT_EQ(aside.size(), 1);
+    EXPECT_NE(repair.out.find("was damaged; it has been kept as " + dir.filePath(aside[0]).toStdString()),
+              std::string::npos)
+        << repair.out;
+    EXPECT_NE(repair.out.find("Its last good copy, written "), std::string::npos) << repair.out;
+    EXPECT_EQ(Run({QStringLiteral("query"), QStringLiteral("HKLM\\Software\\Talvo"), QStringLiteral("/v"),
+                   QStringLiteral("Volume")})
+                  .out,
+              "HKEY_LOCAL_MACHINE\\Software\\Talvo\n    Volume    REG_DWORD    0x1e\n");
+    // An intact store is left alone.
+    repair = Run({QStringLiteral("repair")});
+    EXPECT_EQ(repair.exitCode, 0);
+    EXPECT_NE(repair.out.find("is intact; nothing was changed."), std::string::npos);
+    EXPECT_EQ(QDir(dir.path()).entryList({QStringLiteral("r.db.damaged-*")}).size(), 1);
 }
 
 } // namespace
