@@ -28,6 +28,8 @@ packages=(
   desktop-file-utils shared-mime-info
   # man pages from --help; Wayland: Qt's platform plugin and a headless compositor for its test
   help2man qt6-wayland weston
+  # MPRIS client for the media-player tests
+  playerctl
 )
 
 missing=()

@@ -251,7 +251,9 @@ CMainFrame::CMainFrame(Environment environment)
             PostMessage(Message::StorageChange, static_cast<WPARAM>(change), 0);
         });
     if (env_.makeDeviceServices)
-        deviceEvents_ = std::make_unique<DeviceEvents>(*this, env_.makeDeviceServices());
+        deviceEvents_ = std::make_unique<DeviceEvents>(
+            MprisPlayerParts{*this, *this, audio_, library_, transport_, settings_, env_.programFolder},
+            env_.makeDeviceServices());
     // Queued at creation, but run only once the window is drawn: the scan of a
     // large library must not keep the window from appearing.
     FirstPaintGate::PostCommandAfterFirstPaint(*this, Command::InitialLoad);
@@ -927,6 +929,8 @@ void CMainFrame::RedrawDisplay()
     }
     display_->SetContent(content);
     display_->ShowVolume(volumeShown_ ? static_cast<int>(settings_.GetVolumePercent()) : -1);
+    if (deviceEvents_)
+        deviceEvents_->PlayerChanged();
 }
 
 void CMainFrame::RedrawPosition()
@@ -941,6 +945,8 @@ void CMainFrame::RedrawPosition()
     const int count = program->SectionCount();
     display_->SetPosition(program->timeOffsetMs + audio_.lastPositionMs,
                           count > 0 ? program->CurrentSection() + 1 : 0, count);
+    if (deviceEvents_)
+        deviceEvents_->PlayerChanged();
 }
 
 void CMainFrame::DrawButton(std::uint16_t command, bool pressed)

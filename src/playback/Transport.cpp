@@ -56,6 +56,19 @@ void Transport::StepForward(std::uint32_t amountMs)
     window_.PostCommand(Command::FastForwardReleased);
 }
 
+void Transport::SeekTo(std::uint32_t positionMs)
+{
+    ProgramFile* program = library_.Current();
+    if (!program)
+        return;
+    audio_.ResetAndDrain();
+    program->Seek(positionMs);
+    audio_.lastPositionMs = program->Position();
+    if (audio_.IsPlaying())
+        audio_.Prime();
+    view_.RedrawPosition();
+}
+
 void Transport::StepBack(std::uint32_t amountMs)
 {
     ProgramFile* program = library_.Current();

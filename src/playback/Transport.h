@@ -46,6 +46,8 @@ public:
     int NextTitle();
     int PreviousTitle();
     int GoToBookmark(int index);
+    // Moves to a position as a remote client asks, without the steps' button feedback.
+    void SeekTo(std::uint32_t positionMs);
     void VolumeUpHold(int step);
     void VolumeDownHold(int step);
 

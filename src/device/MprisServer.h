@@ -1,0 +1,90 @@
+#pragma once
+// The player as an MPRIS2 media player on the session bus
+// (org.mpris.MediaPlayer2.<name>), which is how desktop media keys and
+// Bluetooth headsets (through BlueZ) reach a Linux player.  Its requests take
+// the remote control's path: the play/stop command 20015, the section
+// commands and the transport's steps, never playback directly.
+//
+// Contract: everything runs on the user-interface thread; D-Bus calls arrive
+// there as events, so a client that floods or vanishes costs the window only
+// the handling of what it sent.  Refresh compares the player with what
+// clients last heard and sends PropertiesChanged for what differs, and Seeked
+// when the position jumped back (the player's own seeks) or after a Seek or
+// SetPosition.
+#include "library/ProgramLibrary.h"
+#include "platform/MessageWindow.h"
+#include "playback/AudioOutput.h"
+#include "playback/PlayerView.h"
+#include "playback/Transport.h"
+#include "settings/SettingsStore.h"
+
+#include <QDBusConnection>
+#include <QObject>
+#include <QVariantMap>
+
+namespace talvo {
+
+// The name under which the player offers itself to MPRIS clients.
+inline constexpr char kMprisBusName[] = "org.mpris.MediaPlayer2.talvoplayer";
+
+// What the server drives and reads.
+struct MprisPlayerParts {
+    MessageWindow& window;
+    PlayerView& view;
+    AudioOutput& audio;
+    ProgramLibrary& library;
+    Transport& transport;
+    SettingsStore& settings;
+    QString programFolder; // the program's own folder (covers go to its write folder)
+};
+
+class MprisPlayerAdaptor;
+
+class MprisServer final : public QObject {
+public:
+    explicit MprisServer(MprisPlayerParts parts);
+    ~MprisServer() override;
+
+    // Registers the player on the session bus; false without one, or when the
+    // name is taken.
+    bool Start(const QString& busName);
+    void Refresh();
+
+    // The interfaces' operations (the adaptors forward to these).
+    void Raise();
+    void Quit();
+    void Next();
+    void Previous();
+    void Pause();
+    void PlayPause();
+    void Stop();
+    void Play();
+    void Seek(qlonglong offsetUs);
+    void SetPosition(const QString& trackId, qlonglong positionUs);
+
+    QString PlaybackStatus() const;
+    QVariantMap Metadata();
+    double Volume() const;
+    void SetVolume(double volume);
+    qlonglong Position() const;
+    bool HasProgram() const { return parts_.library.Current() != nullptr; }
+
+private:
+    QVariantMap propertiesToCompare();
+    void seekTo(std::int64_t positionMs);
+    void announceSeek();
+    QString trackId(const ProgramFile& program) const;
+    QString writeCover(const ProgramFile& program) const;
+
+    MprisPlayerParts parts_;
+    QString connectionName_;
+    QDBusConnection bus_;
+    MprisPlayerAdaptor* player_ = nullptr;
+    QVariantMap heard_; // the properties as clients last heard them
+    std::uint32_t heardPositionMs_ = 0;
+    bool seekInProgress_ = false; // a seek of ours, announced when it is done
+    QString metadataPath_;        // the program the cached metadata describes
+    QVariantMap metadata_;
+};
+
+} // namespace talvo

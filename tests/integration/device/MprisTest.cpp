@@ -1,0 +1,179 @@
+// The player as an MPRIS2 media player, with playerctl as the client, on a
+// private session bus.
+#include "device/DeviceEvents.h"
+#include "device/MprisServer.h"
+#include "tests/integration/device/PrivateBus.h"
+#include "tests/integration/playback/PlayerFixture.h"
+
+#include <QBuffer>
+#include <QDBusObjectPath>
+#include <QImage>
+#include <QUrl>
+
+namespace talvo::test {
+namespace {
+
+const QString kService = QString::fromLatin1(kMprisBusName);
+const QString kPath = QStringLiteral("/org/mpris/MediaPlayer2");
+const QString kPlayer = QStringLiteral("org.mpris.MediaPlayer2.Player");
+
+// A ten-minute program by an author, in three sections, with a JPEG cover.
+void WriteProgramWithCover(const QString& path)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QImage image(8, 8, QImage::Format_RGB32);
+    image.fill(Qt::darkRed);
+    QBuffer jpeg;
+    jpeg.open(QIODevice::WriteOnly);
+    ASSERT_TRUE(image.save(&jpeg, "JPG"));
+    CZQXWriter writer;
+    ASSERT_EQ(writer.Create(path.toStdString(), ZQX_TYPE_PCM16, 1000, 1), ZQX_OK);
+    writer.SetProgramId("book");
+    writer.SetTitle("The Book");
+    writer.SetAuthor("A. Writer");
+    for (std::uint32_t start : {0, 60000, 120000})
+        writer.AddSection(start, "Section");
+    ASSERT_EQ(writer.AddPicture(0, 1, std::vector<std::uint8_t>(jpeg.data().begin(), jpeg.data().end())),
+              ZQX_OK);
+    const std::vector<std::int16_t> second(1000);
+    for (int s = 0; s < 600; ++s)
+        writer.AddPacket(reinterpret_cast<const std::uint8_t*>(second.data()), 2000, 1000);
+    ASSERT_EQ(writer.Finish(), ZQX_OK);
+}
+
+// Collects the player's PropertiesChanged and Seeked signals.
+class SignalLog : public QObject {
+    Q_OBJECT
+public:
+    QStringList statuses;
+    QList<qlonglong> seeks;
+public slots:
+    void onPropertiesChanged(const QString&, const QVariantMap& changed, const QStringList&)
+    {
+        if (changed.contains(QStringLiteral("PlaybackStatus")))
+            statuses << changed.value(QStringLiteral("PlaybackStatus")).toString();
+    }
+    void onSeeked(qlonglong position) { seeks << position; }
+};
+
+class MprisTest : public PlayerFixture {
+protected:
+    void SetUp() override
+    {
+        PlayerFixture::SetUp();
+        WriteProgramWithCover(musicPath("Reader/Book/book.zq"));
+        makeDeviceServices_ = [] {
+            DeviceServices services;
+            services.mprisBusName = kService;
+            return services;
+        };
+        startPlayer();
+        ASSERT_TRUE(frame_->Devices()->HasMediaPlayerService());
+        ASSERT_TRUE(bus_.Connection().connect(kService, kPath,
+                                              QStringLiteral("org.freedesktop.DBus.Properties"),
+                                              QStringLiteral("PropertiesChanged"), &log_,
+                                              SLOT(onPropertiesChanged(QString, QVariantMap, QStringList))));
+        ASSERT_TRUE(bus_.Connection().connect(kService, kPath, kPlayer, QStringLiteral("Seeked"), &log_,
+                                              SLOT(onSeeked(qlonglong))));
+    }
+
+    // Runs playerctl against the player while the window goes on handling events.
+    QString playerctl(const QStringList& arguments)
+    {
+        QProcess process;
+        process.start(QStringLiteral("playerctl"),
+                      QStringList{QStringLiteral("--player=talvoplayer")} + arguments);
+        EXPECT_TRUE(process.waitForStarted()) << "playerctl is missing (scripts/deps.sh installs it)";
+        EXPECT_TRUE(pump([&] { return process.state() == QProcess::NotRunning; }));
+        EXPECT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
+        return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
+    }
+
+    void setPosition(const QString& track, qlonglong positionUs)
+    {
+        QDBusMessage call =
+            QDBusMessage::createMethodCall(kService, kPath, kPlayer, QStringLiteral("SetPosition"));
+        call << QVariant::fromValue(QDBusObjectPath(track)) << positionUs;
+        QDBusPendingCall pending = bus_.Connection().asyncCall(call);
+        EXPECT_TRUE(pump([&] { return pending.isFinished(); }));
+    }
+
+    bool playing() { return frame_->Audio().IsPlaying(); }
+    std::uint32_t positionMs() { return current().Position(); }
+
+    PrivateBus bus_{"DBUS_SESSION_BUS_ADDRESS"};
+    SignalLog log_;
+};
+
+TEST_F(MprisTest, PlayPauseTogglesAndPlayPauseStopNeverToggleTheWrongWay)
+{
+    playerctl({QStringLiteral("play-pause")});
+    EXPECT_TRUE(playing());
+    EXPECT_EQ(playerctl({QStringLiteral("status")}), QStringLiteral("Playing"));
+    playerctl({QStringLiteral("play")});
+    EXPECT_TRUE(playing());
+    playerctl({QStringLiteral("pause")});
+    EXPECT_FALSE(playing());
+    playerctl({QStringLiteral("pause")});
+    playerctl({QStringLiteral("stop")});
+    EXPECT_FALSE(playing());
+    EXPECT_EQ(playerctl({QStringLiteral("status")}), QStringLiteral("Paused"));
+    playerctl({QStringLiteral("play-pause")});
+    EXPECT_TRUE(playing());
+    pump();
+    EXPECT_EQ(log_.statuses,
+              (QStringList{QStringLiteral("Playing"), QStringLiteral("Paused"), QStringLiteral("Playing")}));
+}
+
+TEST_F(MprisTest, NextAndPreviousMoveOneSectionAndPositionRoundTrips)
+{
+    playerctl({QStringLiteral("next")});
+    EXPECT_EQ(positionMs(), 60000u);
+    playerctl({QStringLiteral("previous")});
+    EXPECT_EQ(positionMs(), 0u);
+
+    playerctl({QStringLiteral("position"), QStringLiteral("30")});
+    EXPECT_EQ(positionMs(), 30000u);
+    playerctl({QStringLiteral("position"), QStringLiteral("10+")});
+    EXPECT_EQ(positionMs(), 40000u);
+    EXPECT_EQ(playerctl({QStringLiteral("position")}).toDouble(), 40.0);
+    pump();
+    EXPECT_EQ(log_.seeks, (QList<qlonglong>{60000000, 0, 30000000, 40000000}));
+}
+
+TEST_F(MprisTest, SetPositionWithAStaleTrackOrOutsideTheProgramIsIgnored)
+{
+    // playerctl prints an object path in quotes.
+    const QString track = playerctl({QStringLiteral("metadata"), QStringLiteral("--format"),
+                                     QStringLiteral("{{mpris:trackid}}")})
+                              .remove(QLatin1Char('\''));
+    setPosition(QStringLiteral("/org/talvoplayer/program/gone"), 5000000);
+    setPosition(track, 600000001);
+    setPosition(track, -1);
+    EXPECT_EQ(positionMs(), 0u);
+    setPosition(track, 5000000);
+    EXPECT_EQ(positionMs(), 5000u);
+}
+
+TEST_F(MprisTest, MetadataDescribesTheProgramAndVolumeRoundTrips)
+{
+    const QStringList metadata =
+        playerctl({QStringLiteral("metadata"), QStringLiteral("--format"),
+                   QStringLiteral("{{xesam:title}}|{{xesam:artist}}|{{mpris:length}}|{{mpris:artUrl}}")})
+            .split(QLatin1Char('|'));
+    ASSERT_EQ(metadata.size(), 4);
+    EXPECT_EQ(metadata[0], QStringLiteral("The Book"));
+    EXPECT_EQ(metadata[1], QStringLiteral("A. Writer"));
+    EXPECT_EQ(metadata[2], QStringLiteral("600000000"));
+    const QImage cover(QUrl(metadata[3]).toLocalFile());
+    EXPECT_EQ(cover.size(), QSize(8, 8));
+
+    playerctl({QStringLiteral("volume"), QStringLiteral("0.25")});
+    EXPECT_NEAR(SettingsStore(*registry_).GetVolume(), 16384, 1);
+    EXPECT_NEAR(playerctl({QStringLiteral("volume")}).toDouble(), 0.25, 0.001);
+}
+
+} // namespace
+} // namespace talvo::test
+
+#include "MprisTest.moc"
