@@ -123,6 +123,9 @@ int AudioOutput::StartOrStop()
         keepAwake_ = CreateKeepAwake();
         keepAwake_->Start();
     }
+    if (!sleepInhibitor_)
+        sleepInhibitor_ = CreateLogindSleepInhibitor();
+    sleepInhibitor_->Hold();
     SetVolume(settings_.GetVolume());
     jumpBackSeconds = settings_.GetJumpBack();
     bufferSize_ = (kUnitsPerBuffer * program->DecodeUnit() + 3) & ~3u;
@@ -236,6 +239,8 @@ bool AudioOutput::Stop()
         keepAwake_->Stop();
         keepAwake_.reset();
     }
+    if (sleepInhibitor_)
+        sleepInhibitor_->Release();
     view_.ScreenOnIfOff();
     window_.KillTimer(Timer::ScreenPowerOff);
     view_.ShowVolumeIndicator(false);

@@ -6,6 +6,7 @@
 // window, whose handler calls OnBufferDone.
 #include "platform/KeepAwake.h"
 #include "platform/MessageWindow.h"
+#include "platform/SleepInhibitor.h"
 #include "platform/WaveOut.h"
 
 #include <QString>
@@ -77,6 +78,8 @@ private:
     std::uint32_t bufferSize_ = 0;
     int queuedCount_ = 0;
     std::unique_ptr<KeepAwake> keepAwake_;
+    // Held exactly while playing, on every platform type; made at the first start.
+    std::unique_ptr<SleepInhibitor> sleepInhibitor_;
 };
 
 } // namespace talvo
