@@ -57,16 +57,17 @@ TEST_F(SleepInhibitorTest, HeldWhilePlayingAndReleasedAtStop)
     EXPECT_TRUE(pump([&] { return inhibitors().isEmpty(); }));
 }
 
-TEST_F(SleepInhibitorTest, ALockThatArrivesAfterStopIsNotKept)
+TEST_F(SleepInhibitorTest, ALockThatArrivesAfterStopIsClosed)
 {
-    // Play, stop and play again before logind has answered: one lock remains.
     playStop();
     playStop();
-    playStop();
-    EXPECT_TRUE(pump([&] { return inhibitors() == sleepLock_; }));
-    pump();
-    EXPECT_EQ(inhibitors(), sleepLock_);
-    playStop();
+    // logind grants the lock while the window, busy here, has not yet heard
+    // its answer.
+    QElapsedTimer granted;
+    granted.start();
+    while (inhibitors().isEmpty() && granted.elapsed() < 10000)
+        QThread::msleep(10);
+    ASSERT_EQ(inhibitors(), sleepLock_);
     EXPECT_TRUE(pump([&] { return inhibitors().isEmpty(); }));
 }
 
