@@ -589,6 +589,9 @@ void CMainFrame::onTimer(unsigned id)
     case Timer::ScreenPowerOff:
         screenPower_.OnPowerOffTimer();
         break;
+    case Timer::SavePlayingPosition:
+        audio_.SavePlayingPosition();
+        break;
     default:
         break;
     }

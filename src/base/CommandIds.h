@@ -112,6 +112,7 @@ inline constexpr unsigned VolumeUpHold = 1006;
 inline constexpr unsigned VolumeDownHold = 1007;
 inline constexpr unsigned ScreenPowerOff = 1089;
 inline constexpr unsigned HideVolume = 1091;
+inline constexpr unsigned SavePlayingPosition = 1201;
 
 inline constexpr unsigned SeekHoldPeriodMs = 100;
 inline constexpr unsigned SectionHoldPeriodMs = 300;

@@ -4,6 +4,7 @@
 // program file, so the names are shared rather than private to the store.
 //
 //   HKEY_LOCAL_MACHINE\SOFTWARE\Talvo\AudioData\<program key>   "play_pos"  REG_DWORD
+//                                                               "play_pos_live" REG_DWORD
 //     \Bookmarks                                                "Count"     REG_DWORD
 //       \Bookmark<i>, i = 0 .. Count-1                          "Name"      REG_SZ
 //                                                               "Time Offset" REG_DWORD
@@ -19,6 +20,9 @@ namespace talvo::ProgramRecord {
 
 inline constexpr std::u16string_view kAudioDataKey = u"SOFTWARE\\Talvo\\AudioData";
 inline constexpr std::u16string_view kPlayPos = u"play_pos";
+// 1 while "play_pos" was last written during playback, and so is newer than
+// the SDK's side file; a clean save removes it.
+inline constexpr std::u16string_view kPlayPosLive = u"play_pos_live";
 inline constexpr std::u16string_view kBookmarksKey = u"Bookmarks";
 inline constexpr std::u16string_view kCount = u"Count";
 // Followed by the bookmark's index in decimal ("Bookmark%d").

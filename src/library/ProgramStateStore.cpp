@@ -114,6 +114,21 @@ std::uint32_t FileTimeFromStored(const ProgramFile& entry, DWORD stored)
     return stored - entry.GetTimeSpanStart();
 }
 
+// "play_pos" when it was written during playback by a player that then ended
+// without saving, which leaves the side file behind what was heard.
+bool QueryLivePosition(Registry& registry, const QString& programKey, DWORD* positionMs)
+{
+    HKEY record = 0;
+    if (registry.OpenKey(HKEY_LOCAL_MACHINE, ProgramKeyPath(programKey), kReadAccess, &record) !=
+        ERROR_SUCCESS)
+        return false;
+    DWORD live = 0;
+    const bool found = QueryDword(registry, record, kPlayPosLive, &live) && live == 1 &&
+                       QueryDword(registry, record, kPlayPos, positionMs);
+    registry.CloseKey(record);
+    return found;
+}
+
 void WaitForSeekGate(const ProgramFile& entry)
 {
     while (!entry.seekGate.load())
@@ -148,6 +163,8 @@ bool ProgramStateStore::SaveProgramState(ProgramFile& entry)
     position += entry.GetTimeSpanStart();
     if (SetDword(registry_, record, kPlayPos, position) != ERROR_SUCCESS)
         return false;
+    // The side file is current again; a record without the mark never had one.
+    registry_.DeleteValue(record, kPlayPosLive);
 
     // The list is written whole each time, so that removed bookmarks and a
     // shorter list leave no stale subkeys behind.
@@ -182,6 +199,26 @@ bool ProgramStateStore::SaveProgramState(ProgramFile& entry)
     return transaction.Commit() == ERROR_SUCCESS;
 }
 
+bool ProgramStateStore::SavePlayingPosition(const ProgramFile& entry, std::uint32_t positionMs)
+{
+    // The SDK can only keep its read position, which runs ahead of what was
+    // heard by the buffers in flight, so the side file is not written here.
+    RegistryTransaction transaction(registry_);
+    if (transaction.status() != ERROR_SUCCESS)
+        return false;
+    KeyCloser keys(registry_);
+    HKEY record = 0;
+    if (registry_.CreateKey(HKEY_LOCAL_MACHINE, ProgramKeyPath(entry.Key()), kCreateAccess, &record) !=
+        ERROR_SUCCESS)
+        return false;
+    keys.Keep(record);
+    if (SetDword(registry_, record, kPlayPos, positionMs + entry.GetTimeSpanStart()) != ERROR_SUCCESS ||
+        SetDword(registry_, record, kPlayPosLive, 1) != ERROR_SUCCESS)
+        return false;
+    keys.CloseNow(record);
+    return transaction.Commit() == ERROR_SUCCESS;
+}
+
 bool ProgramStateStore::ReadPlayPosition(const QString& programKey, DWORD* positionMs)
 {
     HKEY record = 0;
@@ -198,6 +235,9 @@ bool ProgramStateStore::LoadProgramState(ProgramFile& entry)
     if (entry.sdkHandle != 0) {
         std::uint32_t position = 0;
         if (ZQXGetPlaybackPosition(entry.sdkHandle, &position) == ZQX_OK) {
+            DWORD live = 0;
+            if (QueryLivePosition(registry_, entry.Key(), &live))
+                position = FileTimeFromStored(entry, live);
             WaitForSeekGate(entry);
             entry.seekGate = false;
             ZQXSeek(entry.sdkHandle, position);

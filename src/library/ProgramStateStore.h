@@ -19,8 +19,13 @@ public:
     // Saves the SDK's own position, then "play_pos" and the whole bookmark list
     // in one registry transaction: all of it reaches the store, or none.
     bool SaveProgramState(ProgramFile& entry);
-    // Restores the SDK's stored position into the open file and reads the
-    // bookmarks; true when the bookmarks key was readable.
+    // Keeps the position reached while playing (in file time) as "play_pos",
+    // marked newer than the side file, in one small transaction; the bookmark
+    // list is left as it is.
+    bool SavePlayingPosition(const ProgramFile& entry, std::uint32_t positionMs);
+    // Restores the SDK's stored position into the open file (or "play_pos" when
+    // a player ended while playing left it newer) and reads the bookmarks; true
+    // when the bookmarks key was readable.
     bool LoadProgramState(ProgramFile& entry);
     // The stored "play_pos" of a program key, as the desktop sync reports it
     // without opening the file; false when there is none (or not a REG_DWORD).

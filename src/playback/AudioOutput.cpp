@@ -4,6 +4,7 @@
 #include "base/DetectPlatform.h"
 #include "base/StringTable.h"
 #include "library/ProgramLibrary.h"
+#include "library/ProgramStateStore.h"
 #include "platform/MessageBox.h"
 #include "platform/MessageWindow.h"
 #include "platform/SystemInfo.h"
@@ -131,6 +132,7 @@ int AudioOutput::StartOrStop()
     bufferSize_ = (kUnitsPerBuffer * program->DecodeUnit() + 3) & ~3u;
     block_.assign(kSlotCount * slotStride(), 0);
     Prime();
+    window_.SetTimer(Timer::SavePlayingPosition, kSavePlayingPositionPeriodMs);
     view_.RedrawDisplay();
     if (const std::uint32_t powerOffMs = PowerOffDelayMs(settings_.GetPowerOffTime()))
         window_.SetTimer(Timer::ScreenPowerOff, powerOffMs);
@@ -141,6 +143,7 @@ int AudioOutput::StartOrStop()
 bool AudioOutput::Prime()
 {
     queuedCount_ = 0;
+    queuedMs_.clear();
     endOfProgramPosted_ = false;
     ProgramFile* program = library_.Current();
     WAVEFORMATEX format{};
@@ -176,7 +179,9 @@ bool AudioOutput::Prime()
             return false;
         }
         ++queuedCount_;
+        queueHeard(format, header->dwBufferLength);
     }
+    markHeard(*program);
     return true;
 }
 
@@ -187,6 +192,8 @@ void AudioOutput::OnBufferDone(WPARAM device, WAVEHDR* header)
     if (MMRESULT result = wave_->UnprepareHeader(header, sizeof(WAVEHDR)); result != MMSYSERR_NOERROR)
         Trace("waveOutUnprepareHeader failed with error %d.", static_cast<int>(result));
     --queuedCount_;
+    if (!queuedMs_.empty())
+        queuedMs_.pop_front();
     if (!draining) {
         ProgramFile* program = library_.Current();
         WAVEFORMATEX format{};
@@ -221,7 +228,10 @@ void AudioOutput::OnBufferDone(WPARAM device, WAVEHDR* header)
             return;
         }
         ++queuedCount_;
+        queueHeard(format, header->dwBufferLength);
     }
+    if (ProgramFile* program = library_.Current())
+        markHeard(*program);
     if (!seeking)
         window_.PostCommand(Command::UpdatePosition);
 }
@@ -243,6 +253,7 @@ bool AudioOutput::Stop()
         sleepInhibitor_->Release();
     view_.ScreenOnIfOff();
     window_.KillTimer(Timer::ScreenPowerOff);
+    window_.KillTimer(Timer::SavePlayingPosition);
     view_.ShowVolumeIndicator(false);
     window_.KillTimer(Timer::HideVolume);
     view_.RedrawDisplay();
@@ -260,7 +271,41 @@ bool AudioOutput::Stop()
         lastPositionMs = 0;
     }
     queuedCount_ = 0;
+    queuedMs_.clear();
     return sought;
+}
+
+void AudioOutput::queueHeard(const WAVEFORMATEX& format, DWORD bytes)
+{
+    const std::uint64_t bytesPerSecond =
+        std::uint64_t{format.nSamplesPerSec} * format.nChannels * format.wBitsPerSample / 8;
+    queuedMs_.push_back(bytesPerSecond ? static_cast<std::uint32_t>(bytes * 1000ull / bytesPerSecond) : 0);
+}
+
+void AudioOutput::markHeard(const ProgramFile& program)
+{
+    // The read position is past every buffer in flight; the oldest of them
+    // starts to play now.
+    std::uint32_t ahead = 0;
+    for (std::uint32_t ms : queuedMs_)
+        ahead += ms;
+    const std::uint32_t position = program.Position();
+    heardMs_ = position > ahead ? position - ahead : 0;
+    heardAt_ = std::chrono::steady_clock::now();
+}
+
+void AudioOutput::SavePlayingPosition()
+{
+    ProgramFile* program = library_.Current();
+    if (!waveOpen_ || seeking || draining || !program || queuedMs_.empty())
+        return;
+    // Never past the end of the buffer now playing: a late device must not
+    // make the record claim audio that was not heard.
+    const auto elapsed =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - heardAt_);
+    const std::uint32_t playing =
+        std::min<std::uint32_t>(static_cast<std::uint32_t>(elapsed.count()), queuedMs_.front());
+    store_.SavePlayingPosition(*program, heardMs_ + playing);
 }
 
 void AudioOutput::ResetAndDrain()

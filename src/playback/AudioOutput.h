@@ -10,7 +10,9 @@
 #include "platform/WaveOut.h"
 
 #include <QString>
+#include <chrono>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -23,6 +25,8 @@ class ProgramLibrary;
 class ProgramStateStore;
 class SettingsStore;
 
+class ProgramFile;
+
 class AudioOutput {
 public:
     static constexpr int kSlotCount = 4;
@@ -30,6 +34,9 @@ public:
     static constexpr std::uint32_t kUnitsPerBuffer = 5;
     // What Stop rewinds for each buffer that was decoded but not heard.
     static constexpr std::uint32_t kRewindPerQueuedBufferMs = 1000;
+    // While playing, the position heard is kept this often, so that a player
+    // that is killed resumes at most this much before where it was.
+    static constexpr unsigned kSavePlayingPositionPeriodMs = 2000;
 
     AudioOutput(MessageWindow& window, PlayerView& view, ProgramLibrary& library, ProgramStateStore& store,
                 SettingsStore& settings, std::function<std::unique_ptr<WaveOut>()> makeWaveOut);
@@ -42,6 +49,8 @@ public:
     bool Stop();
     void ResetAndDrain();
     void SetVolume(DWORD level);
+    // Keeps the position heard by now in the program's record.
+    void SavePlayingPosition();
 
     bool IsPlaying() const { return waveOpen_; }
     int QueuedCount() const { return queuedCount_; }
@@ -61,6 +70,8 @@ private:
     WAVEHDR* slot(int index);
     void decideForeground();
     void reportDeviceError(MMRESULT code);
+    void queueHeard(const WAVEFORMATEX& format, DWORD bytes);
+    void markHeard(const ProgramFile& program);
     bool openDevice(const WAVEFORMATEX& format);
 
     MessageWindow& window_;
@@ -77,6 +88,11 @@ private:
     std::vector<std::uint8_t> block_;
     std::uint32_t bufferSize_ = 0;
     int queuedCount_ = 0;
+    // The length of each buffer in flight, oldest first, and where the oldest
+    // began to play: what was heard is known without asking the device.
+    std::deque<std::uint32_t> queuedMs_;
+    std::uint32_t heardMs_ = 0;
+    std::chrono::steady_clock::time_point heardAt_{};
     std::unique_ptr<KeepAwake> keepAwake_;
     // Held exactly while playing, on every platform type; made at the first start.
     std::unique_ptr<SleepInhibitor> sleepInhibitor_;

@@ -123,6 +123,43 @@ TEST_F(ProgramStateStoreTest, SaveWritesWholeProgramTimesAndLoadGivesTheSameList
     EXPECT_EQ(reread->bookmarks, (std::vector<Bookmark>{{u"Chapter one", 500}, {u"Chapter two", 1500}}));
 }
 
+TEST_F(ProgramStateStoreTest, APositionKeptWhilePlayingWinsOverTheSideFileUntilACleanSave)
+{
+    const ProgramShape choice{
+        .id = "LIVE", .spanFlag = true, .spanStart = 10000, .spanEnd = 20000, .lengthMs = 10000};
+    const QString key = QStringLiteral("LIVE");
+    auto entry = Program(choice);
+    entry->Open(*store);
+    ASSERT_TRUE(entry->Seek(1000));
+    entry->bookmarks = {{u"Kept", 500}};
+    ASSERT_TRUE(store->SaveProgramState(*entry)); // side file and record at 1000
+
+    // Playing on to 6000, then killed: only "play_pos" moves, and the list stays.
+    ASSERT_TRUE(store->SavePlayingPosition(*entry, 6000));
+    DWORD value = 0;
+    ASSERT_TRUE(store->ReadPlayPosition(key, &value));
+    EXPECT_EQ(value, 16000u);
+    EXPECT_EQ(ReadText(BookmarkPath(key, 0), kName), u"Kept");
+    entry.reset();
+
+    auto restarted = Program(choice);
+    restarted->Open(*store);
+    // A seek lands on the start of the block holding the time.
+    EXPECT_LE(restarted->Position(), 6000u);
+    EXPECT_GT(restarted->Position(), 5000u);
+    EXPECT_EQ(restarted->bookmarks, (std::vector<Bookmark>{{u"Kept", 500}}));
+
+    // A clean save makes the side file current again and the mark goes.
+    ASSERT_TRUE(restarted->Seek(3000));
+    ASSERT_TRUE(store->SaveProgramState(*restarted));
+    EXPECT_FALSE(ReadDword(ProgramKeyPath(key), kPlayPosLive, &value));
+    restarted.reset();
+    auto reopened = Program(choice);
+    reopened->Open(*store);
+    EXPECT_LE(reopened->Position(), 3000u);
+    EXPECT_GT(reopened->Position(), 2000u);
+}
+
 TEST_F(ProgramStateStoreTest, LoadConvertsPartTimesAndDropsOnlyExactDuplicates)
 {
     auto entry = Program({.id = "LOAD", .spanFlag = true, .spanStart = 10000, .spanEnd = 20000});

@@ -1,0 +1,148 @@
+// The real player killed at random moments while playing: each restart must
+// resume at most two seconds of listening before the point the killed player
+// had reached.  The program's samples name their own time in milliseconds, and
+// the captured output of each run tells where it started and how far it got,
+// without asking the player.
+#include "platform/Registry.h"
+#include "settings/SettingsStore.h"
+#include "tests/support/TestDevice.h"
+#include "zqx/zqxsdk.h"
+#include "zqx/zqxwriter.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QThread>
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <optional>
+#include <random>
+
+namespace talvo::test {
+namespace {
+
+const QString kPlayer = QStringLiteral(TALVO_BUILD_DIR "/bin/talvoplayer");
+
+constexpr std::uint32_t kRate = 1000; // one frame per millisecond
+constexpr std::uint32_t kPacketFrames = 20;
+constexpr std::uint32_t kProgramSeconds = 900;
+// What may be lost: the saving period, and one packet, to which a resume rounds.
+constexpr std::uint32_t kAllowedLossMs = 2000 + kPacketFrames;
+
+// Stereo frames whose left sample is the low 15 bits of their time and whose
+// right sample the rest.
+QString WriteTimeCodedProgram(const QString& path)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    CZQXWriter writer;
+    EXPECT_EQ(writer.Create(path.toStdString(), ZQX_TYPE_PCM16, kRate, 2), ZQX_OK);
+    writer.SetProgramId("clock");
+    writer.SetTitle("Clock");
+    std::vector<std::int16_t> packet(kPacketFrames * 2);
+    for (std::uint32_t ms = 0; ms < kProgramSeconds * 1000; ms += kPacketFrames) {
+        for (std::uint32_t i = 0; i < kPacketFrames; ++i) {
+            packet[2 * i] = static_cast<std::int16_t>((ms + i) & 0x7FFF);
+            packet[2 * i + 1] = static_cast<std::int16_t>((ms + i) >> 15);
+        }
+        EXPECT_EQ(writer.AddPacket(reinterpret_cast<const std::uint8_t*>(packet.data()),
+                                   static_cast<std::uint32_t>(packet.size() * 2), kPacketFrames),
+                  ZQX_OK);
+    }
+    EXPECT_EQ(writer.Finish(), ZQX_OK);
+    return path;
+}
+
+// The first and last time heard in one run's capture, if it heard anything.
+struct Heard {
+    std::uint32_t firstMs;
+    std::uint32_t lastMs;
+};
+
+std::optional<Heard> ReadCapture(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    const QByteArray bytes = file.readAll();
+    const qsizetype data = bytes.indexOf("data");
+    if (data < 0)
+        return std::nullopt;
+    const qsizetype start = data + 8;
+    const qsizetype frames = (bytes.size() - start) / 4;
+    if (frames <= 0)
+        return std::nullopt;
+    const auto timeAt = [&](qsizetype frame) {
+        const auto* sample = reinterpret_cast<const std::int16_t*>(bytes.constData() + start + frame * 4);
+        return static_cast<std::uint32_t>(sample[0]) | static_cast<std::uint32_t>(sample[1]) << 15;
+    };
+    return Heard{timeAt(0), timeAt(frames - 1)};
+}
+
+int KillCount()
+{
+    const char* text = std::getenv("TALVO_KILL_COUNT");
+    return text ? std::max(1, std::atoi(text)) : 12;
+}
+
+TEST(KilledPlayer, ResumesAtMostTheSavingPeriodBeforeThePointReached)
+{
+    TestDevice device;
+    device.UsePrivateRuntime();
+    {
+        auto registry = OpenSqliteRegistry(device.registryPath().toStdString());
+        ASSERT_TRUE(registry);
+        SettingsStore settings(*registry);
+        settings.SetFirstTimeRun(2);
+        settings.SetVolume(0xFFFFFFFF); // the capture holds the samples unchanged
+    }
+    const QString program = WriteTimeCodedProgram(device.path("music/Author/Clock/clock.zq"));
+
+    std::mt19937 random(std::random_device{}());
+    std::uniform_int_distribution<int> playMs(0, 3000);
+    std::optional<std::uint32_t> reached;
+    std::vector<std::uint32_t> losses;
+    const int kills = KillCount();
+    for (int run = 0; run <= kills; ++run) {
+        const QString capture = device.path(QStringLiteral("run%1.wav").arg(run));
+        device.set("TALVOPLAYER_AUDIO", ("capture:" + capture).toUtf8().constData());
+        QProcess player;
+        player.setProcessChannelMode(QProcess::ForwardedChannels);
+        player.start(kPlayer, {QStringLiteral("-File:") + program});
+        ASSERT_TRUE(player.waitForStarted());
+        std::optional<Heard> heard;
+        for (int wait = 0; wait < 400 && !heard; ++wait) {
+            QThread::msleep(25);
+            heard = ReadCapture(capture);
+        }
+        ASSERT_TRUE(heard) << "run " << run << " never played";
+        if (reached) {
+            // Never past what was heard, and never far behind it.
+            ASSERT_LE(heard->firstMs, *reached) << "run " << run;
+            losses.push_back(*reached - heard->firstMs);
+            EXPECT_LE(losses.back(), kAllowedLossMs) << "run " << run;
+        }
+        if (run == kills) {
+            player.kill();
+            player.waitForFinished();
+            break;
+        }
+        QThread::msleep(static_cast<unsigned long>(playMs(random)));
+        ::kill(static_cast<pid_t>(player.processId()), SIGKILL);
+        ASSERT_TRUE(player.waitForFinished(20000));
+        heard = ReadCapture(capture);
+        ASSERT_TRUE(heard);
+        reached = heard->lastMs;
+    }
+
+    std::sort(losses.begin(), losses.end());
+    ASSERT_FALSE(losses.empty());
+    RecordProperty("kills", static_cast<int>(losses.size()));
+    std::printf("loss over %zu kills: min %u ms, median %u ms, max %u ms\n", losses.size(), losses.front(),
+                losses[losses.size() / 2], losses.back());
+}
+
+} // namespace
+} // namespace talvo::test
