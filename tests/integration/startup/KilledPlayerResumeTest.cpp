@@ -96,7 +96,7 @@ TEST(KilledPlayer, ResumesAtMostTheSavingPeriodBeforeThePointReached)
         ASSERT_TRUE(registry);
         SettingsStore settings(*registry);
         settings.SetFirstTimeRun(2);
-        settings.SetVolume(0xFFFFFFFF); // the capture holds the samples unchanged
+        settings.SetVolume(65535); // full on both channels: the capture holds the samples unchanged
     }
     const QString program = WriteTimeCodedProgram(device.path("music/Author/Clock/clock.zq"));
 
