@@ -5,6 +5,7 @@ SANITIZE ?= 0
 ifeq ($(SANITIZE),1)
 BUILD ?= build-asan
 CMAKE_FLAGS += -DTALVO_SANITIZE=ON
+TEST_ENV = LSAN_OPTIONS='suppressions=$(CURDIR)/tests/lsan.supp'
 else
 BUILD ?= build
 endif
@@ -35,7 +36,7 @@ run: build
 	@scripts/run-player.sh $(BUILD)
 
 test: build
-	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) $(CTEST_ARGS)
+	cd $(BUILD) && $(TEST_ENV) ctest --output-on-failure -j $(JOBS) $(CTEST_ARGS)
 
 bench: build
 	@scripts/bench.sh $(BUILD)

@@ -48,6 +48,9 @@ Environment:
                         capture:FILE.wav[:SPEED]
   TALVOPLAYER_PLATFORM  PocketPC (default, touch) or Smartphone (keys)
   TALVOPLAYER_SCREEN    the screen size WxH used to choose a skin
+  TALVOPLAYER_SCREEN_POWER  a file: the screen is never really switched off;
+                        each switch is appended to it as a line "off" or "on".
+                        none: a screen that nothing can switch
   TALVOPLAYER_OEM_INFO  the device maker's name
   TALVOPLAYER_MESSAGES  a file: message boxes are appended to it and answered
                         with their default button instead of being shown

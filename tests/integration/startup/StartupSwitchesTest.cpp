@@ -63,6 +63,7 @@ TEST_F(StartupSwitches, HelpAndVersionAnswerWithoutDisplayOrStore)
                                   "TALVOPLAYER_AUDIO",
                                   "TALVOPLAYER_PLATFORM",
                                   "TALVOPLAYER_SCREEN",
+                                  "TALVOPLAYER_SCREEN_POWER",
                                   "TALVOPLAYER_OEM_INFO",
                                   "TALVOPLAYER_MESSAGES",
                                   "TALVOPLAYER_TRACE",
