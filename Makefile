@@ -5,7 +5,6 @@ SANITIZE ?= 0
 ifeq ($(SANITIZE),1)
 BUILD ?= build-asan
 CMAKE_FLAGS += -DTALVO_SANITIZE=ON
-TEST_ENV = LSAN_OPTIONS='suppressions=$(CURDIR)/tests/lsan.supp'
 else
 BUILD ?= build
 endif
@@ -36,7 +35,7 @@ run: build
 	@scripts/run-player.sh $(BUILD)
 
 test: build
-	cd $(BUILD) && $(TEST_ENV) ctest --output-on-failure -j $(JOBS) $(CTEST_ARGS)
+	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) $(CTEST_ARGS)
 
 bench: build
 	@scripts/bench.sh $(BUILD)
