@@ -252,7 +252,7 @@ CMainFrame::CMainFrame(Environment environment)
         });
     if (env_.makeDeviceServices)
         deviceEvents_ = std::make_unique<DeviceEvents>(
-            MprisPlayerParts{*this, *this, audio_, library_, transport_, settings_, env_.programFolder},
+            MprisPlayerObjects{*this, *this, audio_, library_, transport_, settings_, env_.programFolder},
             env_.makeDeviceServices());
     // Queued at creation, but run only once the window is drawn: the scan of a
     // large library must not keep the window from appearing.

@@ -11,7 +11,7 @@ DeviceServices CreateDeviceServices()
     return services;
 }
 
-DeviceEvents::DeviceEvents(const MprisPlayerParts& player, DeviceServices services)
+DeviceEvents::DeviceEvents(const MprisPlayerObjects& player, DeviceServices services)
 {
     if (services.callLine) {
         callMonitor_ = std::make_unique<CallMonitor>(player.window, std::move(services.callLine));

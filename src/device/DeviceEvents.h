@@ -27,9 +27,9 @@ DeviceServices CreateDeviceServices();
 
 class DeviceEvents {
 public:
-    // Starts every watcher whose service is there.  The parts must outlive
+    // Starts every watcher whose service is there.  The objects of player must outlive
     // this object.
-    DeviceEvents(const MprisPlayerParts& player, DeviceServices services);
+    DeviceEvents(const MprisPlayerObjects& player, DeviceServices services);
     ~DeviceEvents();
 
     // The player's state may have changed (the display was redrawn).

@@ -101,8 +101,8 @@ private:
     MprisServer* server_;
 };
 
-MprisServer::MprisServer(MprisPlayerParts parts)
-    : parts_(std::move(parts)), connectionName_(QStringLiteral("talvo-mpris-%1").arg(nextConnection++)),
+MprisServer::MprisServer(MprisPlayerObjects objects)
+    : objects_(std::move(objects)), connectionName_(QStringLiteral("talvo-mpris-%1").arg(nextConnection++)),
       bus_(ConnectToSessionBus(connectionName_))
 {
     new MprisRootAdaptor(this);
@@ -165,12 +165,12 @@ QVariantMap MprisServer::propertiesToCompare()
 
 void MprisServer::Raise()
 {
-    parts_.view.BringToFront();
+    objects_.view.BringToFront();
 }
 
 void MprisServer::Quit()
 {
-    parts_.window.PostCommand(Command::Exit);
+    objects_.window.PostCommand(Command::Exit);
 }
 
 // A program is one track to a client; its sections are what next and
@@ -180,7 +180,7 @@ void MprisServer::Next()
     if (!HasProgram())
         return;
     seekInProgress_ = true;
-    parts_.transport.NextSectionHold(1);
+    objects_.transport.NextSectionHold(1);
     announceSeek();
 }
 
@@ -189,7 +189,7 @@ void MprisServer::Previous()
     if (!HasProgram())
         return;
     seekInProgress_ = true;
-    parts_.transport.PreviousSectionHold(1);
+    objects_.transport.PreviousSectionHold(1);
     announceSeek();
 }
 
@@ -197,8 +197,8 @@ void MprisServer::Previous()
 // only from the other state, so a repeated request never turns it back.
 void MprisServer::Pause()
 {
-    if (parts_.audio.IsPlaying())
-        parts_.window.SendCommand(Command::PlayStop);
+    if (objects_.audio.IsPlaying())
+        objects_.window.SendCommand(Command::PlayStop);
     Refresh();
 }
 
@@ -209,21 +209,21 @@ void MprisServer::Stop()
 
 void MprisServer::Play()
 {
-    if (HasProgram() && !parts_.audio.IsPlaying())
-        parts_.window.SendCommand(Command::PlayStop);
+    if (HasProgram() && !objects_.audio.IsPlaying())
+        objects_.window.SendCommand(Command::PlayStop);
     Refresh();
 }
 
 void MprisServer::PlayPause()
 {
     if (HasProgram())
-        parts_.window.SendCommand(Command::PlayStop);
+        objects_.window.SendCommand(Command::PlayStop);
     Refresh();
 }
 
 void MprisServer::Seek(qlonglong offsetUs)
 {
-    const ProgramFile* program = parts_.library.Current();
+    const ProgramFile* program = objects_.library.Current();
     if (!program)
         return;
     const std::int64_t target =
@@ -237,7 +237,7 @@ void MprisServer::Seek(qlonglong offsetUs)
 
 void MprisServer::SetPosition(const QString& track, qlonglong positionUs)
 {
-    const ProgramFile* program = parts_.library.Current();
+    const ProgramFile* program = objects_.library.Current();
     // A stale track id, or a position outside the program, is ignored.
     if (!program || track != trackId(*program) || positionUs < 0 ||
         positionUs > static_cast<qlonglong>(program->durationMs) * kMicrosecondsPerMs)
@@ -248,7 +248,7 @@ void MprisServer::SetPosition(const QString& track, qlonglong positionUs)
 void MprisServer::seekTo(std::int64_t positionMs)
 {
     seekInProgress_ = true;
-    parts_.transport.SeekTo(static_cast<std::uint32_t>(positionMs));
+    objects_.transport.SeekTo(static_cast<std::uint32_t>(positionMs));
     announceSeek();
 }
 
@@ -261,7 +261,7 @@ void MprisServer::announceSeek()
 
 QString MprisServer::PlaybackStatus() const
 {
-    if (parts_.audio.IsPlaying())
+    if (objects_.audio.IsPlaying())
         return QStringLiteral("Playing");
     // Stopping keeps the program and its place: to a client that is a pause.
     return HasProgram() ? QStringLiteral("Paused") : QStringLiteral("Stopped");
@@ -269,7 +269,7 @@ QString MprisServer::PlaybackStatus() const
 
 QVariantMap MprisServer::Metadata()
 {
-    const ProgramFile* program = parts_.library.Current();
+    const ProgramFile* program = objects_.library.Current();
     if (!program)
         return {};
     if (metadataPath_ == program->path)
@@ -288,20 +288,20 @@ QVariantMap MprisServer::Metadata()
 
 double MprisServer::Volume() const
 {
-    return std::min(parts_.settings.GetVolume() / kFullVolume, 1.0);
+    return std::min(objects_.settings.GetVolume() / kFullVolume, 1.0);
 }
 
 void MprisServer::SetVolume(double volume)
 {
     const double clamped = std::clamp(volume, 0.0, 1.0);
-    parts_.settings.SetVolume(static_cast<DWORD>(clamped * kFullVolume + 0.5));
-    parts_.window.SendCommand(Command::UpdateVolume);
+    objects_.settings.SetVolume(static_cast<DWORD>(clamped * kFullVolume + 0.5));
+    objects_.window.SendCommand(Command::UpdateVolume);
     Refresh();
 }
 
 qlonglong MprisServer::Position() const
 {
-    const ProgramFile* program = parts_.library.Current();
+    const ProgramFile* program = objects_.library.Current();
     return program ? static_cast<qlonglong>(program->Position()) * kMicrosecondsPerMs : 0;
 }
 
@@ -327,7 +327,7 @@ QString MprisServer::writeCover(const ProgramFile& program) const
     QString name = program.Key();
     name.replace(QLatin1Char('/'), QLatin1Char('_'));
     const QString path =
-        QDir(ProgramWriteFolder(parts_.programFolder)).filePath(name + QStringLiteral(".jpg"));
+        QDir(ProgramWriteFolder(objects_.programFolder)).filePath(name + QStringLiteral(".jpg"));
     QFile file(path);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
         file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<qint64>(bytes.size())) !=

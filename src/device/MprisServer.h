@@ -28,7 +28,7 @@ namespace talvo {
 inline constexpr char kMprisBusName[] = "org.mpris.MediaPlayer2.talvoplayer";
 
 // What the server drives and reads.
-struct MprisPlayerParts {
+struct MprisPlayerObjects {
     MessageWindow& window;
     PlayerView& view;
     AudioOutput& audio;
@@ -42,7 +42,7 @@ class MprisPlayerAdaptor;
 
 class MprisServer final : public QObject {
 public:
-    explicit MprisServer(MprisPlayerParts parts);
+    explicit MprisServer(MprisPlayerObjects objects);
     ~MprisServer() override;
 
     // Registers the player on the session bus; false without one, or when the
@@ -67,7 +67,7 @@ public:
     double Volume() const;
     void SetVolume(double volume);
     qlonglong Position() const;
-    bool HasProgram() const { return parts_.library.Current() != nullptr; }
+    bool HasProgram() const { return objects_.library.Current() != nullptr; }
 
 private:
     QVariantMap propertiesToCompare();
@@ -76,7 +76,7 @@ private:
     QString trackId(const ProgramFile& program) const;
     QString writeCover(const ProgramFile& program) const;
 
-    MprisPlayerParts parts_;
+    MprisPlayerObjects objects_;
     QString connectionName_;
     QDBusConnection bus_;
     MprisPlayerAdaptor* player_ = nullptr;

@@ -225,7 +225,7 @@ TEST_F(Zqxpack, SpansCutTheProgramIntoPartsAndResampleTheInput)
     EXPECT_NEAR(double(part1.GetLengthMs()), 3000, 2);
     EXPECT_NEAR(double(part2.GetLengthMs()), 3000, 2);
     EXPECT_EQ(part1.GetSampleRate(), 8000u);
-    // Part 1 holds s0 at 0 and s1 at 2 s; part 2 continues s1 at 0 and has s2 at 1 s.
+    // The first file holds s0 at 0 and s1 at 2 s; the second continues s1 at 0 and has s2 at 1 s.
     ASSERT_EQ(part1.GetSectionCount(), 2);
     EXPECT_EQ(part1.GetSectionStart(1), 2000u);
     ASSERT_EQ(part2.GetSectionCount(), 2);
