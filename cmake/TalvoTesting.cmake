@@ -5,7 +5,7 @@
 # widget tests never need a display.  Tests find the build and source trees
 # through TALVO_BUILD_DIR and TALVO_SOURCE_DIR, compiled in.
 function(talvo_add_test name)
-  cmake_parse_arguments(T "QT" "TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
+  cmake_parse_arguments(T "QT" "TIMEOUT;FIXTURES" "SOURCES;LIBS;LABELS" ${ARGN})
   add_executable(${name} ${T_SOURCES})
   target_link_libraries(${name} PRIVATE ${T_LIBS} GTest::gtest GTest::gmock)
   target_compile_definitions(${name} PRIVATE TALVO_BUILD_DIR="${CMAKE_BINARY_DIR}"
@@ -23,11 +23,17 @@ function(talvo_add_test name)
   if(T_LABELS)
     set(labels LABELS "${T_LABELS}")
   endif()
+  # Files a setup test writes before these run (FIXTURES_SETUP of that test).
+  set(fixtures)
+  if(T_FIXTURES)
+    set(fixtures FIXTURES_REQUIRED ${T_FIXTURES})
+  endif()
   # One variable only: the discovery script splits a list of several.
   gtest_discover_tests(${name}
     DISCOVERY_TIMEOUT 60
     PROPERTIES
       TIMEOUT ${T_TIMEOUT}
       ${labels}
+      ${fixtures}
       ENVIRONMENT "QT_QPA_PLATFORM=offscreen")
 endfunction()

@@ -10,12 +10,16 @@ packages=(
   qt6-base-dev qt6-base-dev-tools libgl-dev qt6-qpa-plugins
   libsqlite3-dev libmpg123-dev libopus-dev libmp3lame-dev
   libsndfile1-dev libsamplerate0-dev libasound2-dev libasound2-plugins
+  # listeners' own books: every input format through FFmpeg's libraries
+  libavformat-dev libavcodec-dev libswresample-dev libavutil-dev
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev
   # headless runs: X server, input events, screenshots, fonts
   xvfb xauth xdotool x11-xserver-utils x11-apps x11-utils imagemagick fonts-dejavu-core
   # demo library and audio checks
   espeak-ng sox
+  # test books (M4B with chapters, ID3 and Vorbis chapters) and the import benchmark's baseline
+  ffmpeg
   # skin artwork
   librsvg2-bin
   # what a screen reader sees (make accessibility)

@@ -75,6 +75,27 @@ IntoSpan(const std::vector<std::pair<std::uint64_t, const Item*>>& all, std::uin
 
 } // namespace
 
+void ProgramPacker::AddSectionStarts(const SectionInput& input, const std::string& fileTitle,
+                                     std::uint64_t begin, std::uint64_t end, std::uint32_t rate,
+                                     std::vector<std::pair<std::uint64_t, const std::string*>>& starts)
+{
+    if (input.marks.empty()) {
+        starts.push_back({begin, &fileTitle});
+        return;
+    }
+    for (const SectionMark& mark : input.marks) {
+        const std::uint64_t at = begin + std::uint64_t(mark.startMs) * rate / 1000;
+        // The container's stated length can exceed what decodes; a chapter after the audio has nothing to
+        // play.
+        if (at >= end && mark.startMs > 0) {
+            warnings_.push_back("'" + input.path + "': chapter '" + mark.title +
+                                "' starts after the audio ends; dropped");
+            continue;
+        }
+        starts.push_back({at, &mark.title});
+    }
+}
+
 bool ProgramPacker::Fail(std::string message)
 {
     if (error_.empty())
@@ -99,6 +120,7 @@ ProgramPacker::Outcome ProgramPacker::PackOnce(const PackRequest& request, bool 
 {
     samplesWritten_ = 0;
     packetsWritten_ = 0;
+    warnings_.clear();
     if (request.output.empty())
         return Fail("no output file given"), Outcome::Failed;
     if (const auto folder = std::filesystem::path(request.output).parent_path();
@@ -123,8 +145,8 @@ ProgramPacker::Outcome ProgramPacker::PackOnce(const PackRequest& request, bool 
     }
     std::vector<std::vector<std::uint8_t>> pictureBytes;
     for (const auto& p : request.pictures) {
-        std::vector<std::uint8_t> bytes;
-        if (!ReadWholeFile(p.path, bytes))
+        std::vector<std::uint8_t> bytes = p.bytes;
+        if (bytes.empty() && !ReadWholeFile(p.path, bytes))
             return Fail("cannot read picture '" + p.path + "'"), Outcome::Failed;
         if (!PictureKind(bytes))
             return Fail("picture '" + p.path + "' is neither JPEG nor PNG"), Outcome::Failed;
@@ -173,9 +195,12 @@ ProgramPacker::Outcome ProgramPacker::PackOnce(const PackRequest& request, bool 
     };
 
     bool pastSpan = false;
-    std::vector<std::pair<std::uint64_t, const SectionInput*>> sectionStarts;
+    std::vector<std::pair<std::uint64_t, const std::string*>> sectionStarts;
+    std::vector<std::string> fileTitles;
+    for (const auto& s : request.sections)
+        fileTitles.push_back(s.title.empty() ? Stem(s.path) : s.title);
     for (std::size_t i = 0; i < readers.size(); ++i) {
-        sectionStarts.push_back({position, &request.sections[i]});
+        const std::uint64_t fileStart = position;
         const bool ok = readers[i]->Convert(
             rate, channels, [&](std::span<const std::int16_t> chunk, std::uint64_t sourceFrames) {
                 const std::uint64_t n = chunk.size() / channels;
@@ -193,6 +218,9 @@ ProgramPacker::Outcome ProgramPacker::PackOnce(const PackRequest& request, bool 
                 pastSpan = position >= spanEnd;
                 return !pastSpan;
             });
+        // A file cut short by the span's end has its later chapters outside the span: keep them to IntoSpan.
+        AddSectionStarts(request.sections[i], fileTitles[i], fileStart, ok ? position : UINT64_MAX, rate,
+                         sectionStarts);
         if (!ok && pastSpan && error_.empty())
             break;
         if (!ok) {
@@ -216,10 +244,9 @@ ProgramPacker::Outcome ProgramPacker::PackOnce(const PackRequest& request, bool 
                                    : "the inputs hold no audio"),
                Outcome::Failed;
 
-    for (const auto& [at, section] : IntoSpan(sectionStarts, spanBegin, std::min(spanEnd, position))) {
-        const std::string title = section->title.empty() ? Stem(section->path) : section->title;
-        if (!check(writer.AddSection(std::uint32_t(at * 1000 / rate), title),
-                   "adding section '" + title + "'"))
+    for (const auto& [at, title] : IntoSpan(sectionStarts, spanBegin, std::min(spanEnd, position))) {
+        if (!check(writer.AddSection(std::uint32_t(at * 1000 / rate), *title),
+                   "adding section '" + *title + "'"))
             return Outcome::Failed;
     }
     std::vector<std::pair<std::uint64_t, const PictureInput*>> pictureStarts;

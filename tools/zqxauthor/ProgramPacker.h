@@ -1,5 +1,7 @@
 #pragma once
 
+#include "BookMetadata.h"
+
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -8,16 +10,20 @@
 
 namespace zqxauthor {
 
-// One input file that becomes one section.
+// One input file: one section, or one per mark (its chapters).
 struct SectionInput {
     std::string path;
     std::string title; // empty: the file name without its extension
+    // Sections within the file, rising from 0; empty: the file is one section.
+    // Marks past the file's decoded end are dropped with a warning.
+    std::vector<SectionMark> marks;
 };
 
 // A cover picture and the program time (ms) from which it shows.
 struct PictureInput {
     std::string path;
     std::uint32_t startMs = 0;
+    std::vector<std::uint8_t> bytes; // a picture taken from an input; path then only names it
 };
 
 struct PackRequest {
@@ -49,6 +55,8 @@ public:
 
     bool Pack(const PackRequest& request, const Progress& progress = {});
     const std::string& Error() const { return error_; }
+    // What was put right on the way (chapters past the decoded end).
+    const std::vector<std::string>& Warnings() const { return warnings_; }
 
     // Samples of the program written (at the file's rate), for reports.
     std::uint64_t SamplesWritten() const { return samplesWritten_; }
@@ -57,9 +65,13 @@ public:
 private:
     enum class Outcome { Done, Failed, Mp3ReservoirOverflow };
     Outcome PackOnce(const PackRequest& request, bool mp3ConstantRate, const Progress& progress);
+    void AddSectionStarts(const SectionInput& input, const std::string& fileTitle, std::uint64_t begin,
+                          std::uint64_t end, std::uint32_t rate,
+                          std::vector<std::pair<std::uint64_t, const std::string*>>& starts);
     bool Fail(std::string message);
 
     std::string error_;
+    std::vector<std::string> warnings_;
     std::uint64_t samplesWritten_ = 0;
     std::uint32_t packetsWritten_ = 0;
 };

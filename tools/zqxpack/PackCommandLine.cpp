@@ -11,8 +11,9 @@ namespace zqxpack {
 const char* const kPackUsage =
     "usage: zqxpack --type N -o OUTPUT [options] INPUT...\n"
     "\n"
-    "Makes a program file from ordinary audio files (WAV, FLAC, Ogg, MP3); each input\n"
-    "becomes one section, in the order given.\n"
+    "Makes a program file from ordinary audio files (M4B/M4A, MP3, Ogg Vorbis and Opus,\n"
+    "FLAC, WAV, Matroska, WMA); each input becomes one section, or one per chapter, in\n"
+    "the order given. A file's tags are the defaults for the program's fields.\n"
     "\n"
     "  -o, --output FILE       the program file to write (.zq; .zqx for type 3)\n"
     "  --type N                1 IMA ADPCM 8 kHz mono, 2 IMA ADPCM 16 kHz mono, 3 Opus,\n"
@@ -21,17 +22,25 @@ const char* const kPackUsage =
     "  --channels N            1 or 2 for types 3 and 5 (default: the first input's)\n"
     "  --bitrate BPS           Opus bit rate (default 24000 per channel)\n"
     "  --section-title TEXT    title of the next input's section (repeatable; default:\n"
-    "                          the file name)\n"
+    "                          its title tag, else the file name)\n"
     "  --sections LIST         a text file naming the inputs, one per line, as FILE or\n"
     "                          FILE<TAB>TITLE; relative to the list's folder; # comments\n"
-    "  --title TEXT            program title (default: the first section's title)\n"
+    "  --chapters              each input's chapters (MP4, ID3, Vorbis comment, Matroska,\n"
+    "                          or a .cue sheet beside it) become its sections (default)\n"
+    "  --no-chapters           each input is one section\n"
+    "  --title TEXT            program title (default: the album or title tag, else the\n"
+    "                          first section's title)\n"
     "  --author TEXT, --narrator TEXT, --provider TEXT, --description TEXT\n"
+    "                          (default: the first input's album artist or artist,\n"
+    "                          narrator, performer or composer, publisher or copyright,\n"
+    "                          comment or description tags)\n"
     "  --id TEXT               program identifier (default: the output's file name)\n"
     "  --time-offset MS        time shown before the file's own position\n"
     "  --span START:END        keep only START..END ms of the joined inputs and mark the\n"
     "                          file as that part of a longer program\n"
     "  --picture FILE[@MS]     a JPEG or PNG cover shown from MS on (repeatable; the\n"
-    "                          first is the cover)\n"
+    "                          first is the cover; default: the embedded cover, or\n"
+    "                          cover.* or folder.* beside the first input)\n"
     "  -q, --quiet             no progress bar and no summary\n"
     "  -h, --help              this text\n"
     "  --version               the version of zqxpack\n"
@@ -108,6 +117,8 @@ bool ParsePackCommandLine(const std::vector<std::string>& args, PackCommandLine&
             out.help = true;
         else if (a == "-q" || a == "--quiet")
             out.quiet = true;
+        else if (a == "--chapters" || a == "--no-chapters")
+            out.chapters = a == "--chapters";
         else if (a == "-o" || a == "--output")
             ok = value(r.output);
         else if (a == "--type")
@@ -151,7 +162,7 @@ bool ParsePackCommandLine(const std::vector<std::string>& args, PackCommandLine&
             r.spanMs = {start, end};
         } else if (a == "--picture") {
             ok = value(v);
-            zqxauthor::PictureInput p{v, 0};
+            zqxauthor::PictureInput p{v, 0, {}};
             const auto at = v.rfind('@');
             if (ok && at != std::string::npos) {
                 p.path = v.substr(0, at);
@@ -189,7 +200,7 @@ bool ParsePackCommandLine(const std::vector<std::string>& args, PackCommandLine&
         return false;
     }
     for (std::size_t i = 0; i < inputs.size(); ++i)
-        r.sections.push_back({inputs[i], i < sectionTitles.size() ? sectionTitles[i] : std::string()});
+        r.sections.push_back({inputs[i], i < sectionTitles.size() ? sectionTitles[i] : std::string(), {}});
     if (r.sections.empty()) {
         error = "no input files given";
         return false;

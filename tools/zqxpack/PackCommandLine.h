@@ -11,6 +11,7 @@ struct PackCommandLine {
     zqxauthor::PackRequest request;
     bool help = false;
     bool quiet = false;
+    bool chapters = true; // a file's chapters become its sections
 };
 
 // Parses zqxpack's arguments (without the program name). False with `error`

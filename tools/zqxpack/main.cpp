@@ -1,6 +1,7 @@
 // zqxpack: makes a program file from ordinary audio files.
 #include "PackCommandLine.h"
 #include "TalvoVersion.h"
+#include "zqxauthor/BookPlanner.h"
 #include "zqxauthor/PacketEncoderFactory.h"
 
 #include <unistd.h>
@@ -38,6 +39,37 @@ private:
     int shown_ = -1;
 };
 
+// What the inputs' tags, chapters and covers supply where the command line is silent.
+bool FillFromInputs(zqxpack::PackCommandLine& cl, std::string& error)
+{
+    auto& r = cl.request;
+    std::vector<zqxauthor::BookFile> files;
+    for (const auto& s : r.sections) {
+        files.emplace_back();
+        if (!zqxauthor::ProbeBookFile(s.path, files.back(), error))
+            return false;
+    }
+    const auto folder = std::filesystem::path(r.sections.front().path).parent_path();
+    const auto plan = zqxauthor::PlanBook(files, cl.chapters, "", folder.empty() ? "." : folder.string());
+    for (const auto& w : plan.warnings)
+        std::fprintf(stderr, "zqxpack: warning: %s\n", w.c_str());
+    for (std::size_t i = 0; i < r.sections.size(); ++i) {
+        if (r.sections[i].title.empty())
+            r.sections[i].title = plan.sections[i].title;
+        r.sections[i].marks = plan.sections[i].marks;
+    }
+    for (auto [field, tag] : {std::pair{&r.title, &plan.fields.title},
+                              {&r.author, &plan.fields.author},
+                              {&r.narrator, &plan.fields.narrator},
+                              {&r.provider, &plan.fields.provider},
+                              {&r.description, &plan.fields.description}})
+        if (field->empty())
+            *field = *tag;
+    if (r.pictures.empty())
+        r.pictures = plan.pictures;
+    return true;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -57,12 +89,16 @@ int main(int argc, char** argv)
         std::fputs(zqxpack::kPackUsage, stdout);
         return 0;
     }
-    const auto& r = cl.request;
-    if (const auto* info = zqxauthor::FindFileType(r.fileType);
-        info && std::filesystem::path(r.output).extension() != info->extension)
+    if (const auto* info = zqxauthor::FindFileType(cl.request.fileType);
+        info && std::filesystem::path(cl.request.output).extension() != info->extension)
         std::fprintf(stderr, "zqxpack: warning: type %d files are named '%s'; the player may not find '%s'\n",
-                     r.fileType, info->extension, r.output.c_str());
+                     cl.request.fileType, info->extension, cl.request.output.c_str());
 
+    if (!FillFromInputs(cl, error)) {
+        std::fprintf(stderr, "zqxpack: %s\n", error.c_str());
+        return kExitPackFailed;
+    }
+    const auto& r = cl.request;
     ProgressBar bar;
     const bool showProgress = !cl.quiet && isatty(STDOUT_FILENO);
     zqxauthor::ProgramPacker packer;
@@ -70,6 +106,8 @@ int main(int argc, char** argv)
         packer.Pack(r, showProgress ? zqxauthor::ProgramPacker::Progress([&](double f) { bar.Show(f); })
                                     : zqxauthor::ProgramPacker::Progress());
     bar.End();
+    for (const auto& w : packer.Warnings())
+        std::fprintf(stderr, "zqxpack: warning: %s\n", w.c_str());
     if (!ok) {
         std::fprintf(stderr, "zqxpack: %s\n", packer.Error().c_str());
         return kExitPackFailed;

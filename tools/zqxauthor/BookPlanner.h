@@ -1,0 +1,48 @@
+#pragma once
+
+#include "BookMetadata.h"
+#include "ProgramPacker.h"
+
+#include <string>
+#include <vector>
+
+namespace zqxauthor {
+
+// One audio file of a book as its container (or a cue sheet beside it) describes it.
+struct BookFile {
+    std::string path;
+    TagList tags;
+    std::vector<RawChapter> chapters;
+    std::int64_t durationMs = 0;
+    std::vector<std::uint8_t> cover; // embedded picture, as stored
+    std::vector<std::string> warnings;
+};
+
+// Reads a file's tags, chapters and cover. A cue sheet beside it (same name
+// with ".cue", or one whose FILE names it) gives the chapters instead of the
+// file's own, since a listener put it there on purpose.
+bool ProbeBookFile(const std::string& path, BookFile& out, std::string& error);
+
+// The audio files of a folder and its subfolders (CD1/, Disc 2/: one book),
+// probed and put in book order: disc number (the tag, else the number in the
+// subfolder's name), then track number, then natural name order.
+bool ProbeBookFolder(const std::string& folder, std::vector<BookFile>& out, std::string& error);
+
+// Sections, fields and cover of a program made of these files in this order:
+// each file its chapters as sections (when useChapters and it has them), else
+// one section titled by its title tag or name. Fields come from the first
+// file's tags, the title falling back to fallbackTitle. The cover is the
+// first embedded JPEG or PNG, else cover.* or folder.* in pictureFolder.
+struct BookPlan {
+    ProgramFields fields;
+    std::vector<SectionInput> sections;
+    std::vector<PictureInput> pictures;
+    std::vector<std::string> warnings;
+};
+BookPlan PlanBook(const std::vector<BookFile>& files, bool useChapters, const std::string& fallbackTitle,
+                  const std::string& pictureFolder);
+
+// Audio the book reader takes, by file name.
+bool IsAudioFileName(const std::string& path);
+
+} // namespace zqxauthor
