@@ -11,7 +11,8 @@ foreach(entry
     "talvoreg|inspect, edit and repair the TalvoPlayer registry store"
     "talvosync|run a TalvoPlayer sync command on a device and print its answer"
     "zqxpack|make a TalvoPlayer program file from ordinary audio files"
-    "zqxinfo|show what a TalvoPlayer program file holds and whether it is intact")
+    "zqxinfo|show what a TalvoPlayer program file holds and whether it is intact"
+    "feldrun|bring audio books into the TalvoPlayer Music folder as programs")
   string(REPLACE "|" ";" parts "${entry}")
   list(GET parts 0 program)
   list(GET parts 1 summary)

@@ -7,7 +7,7 @@
 # `cmake --install build --prefix DIR` and `make install PREFIX=DIR` both serve.
 include(GNUInstallDirs)
 set(TALVO_DATA_DESTINATION ${CMAKE_INSTALL_DATADIR}/talvoplayer)
-set(TALVO_INSTALLED_PROGRAMS talvoplayer talvosync talvoreg zqxinfo zqxpack skincheck)
+set(TALVO_INSTALLED_PROGRAMS talvoplayer talvosync talvoreg zqxinfo zqxpack feldrun skincheck)
 
 file(RELATIVE_PATH bin_to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
 set_target_properties(${TALVO_INSTALLED_PROGRAMS} PROPERTIES INSTALL_RPATH "$ORIGIN/${bin_to_lib}")

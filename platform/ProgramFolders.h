@@ -22,6 +22,10 @@ QString ProgramFolder(const QString& executableFolder);
 // For the running executable.
 QString ProgramFolder();
 
+// The Music folder, where listeners' programs live two folders deep
+// (Music/Author/Title/): TALVOPLAYER_MUSIC when set, else the XDG music folder.
+QString MusicFolder();
+
 // $XDG_DATA_HOME/talvoplayer (an absolute XDG_DATA_HOME only), else
 // ~/.local/share/talvoplayer.
 QString PlayerDataFolder();

@@ -4,7 +4,8 @@
 #   scripts/fuzz.sh long [DIR] [TARGETS]    ~30 min per target (what `make fuzz` runs)
 #   scripts/fuzz.sh brief [DIR] [TARGETS]   ~30 s per target, for the test suite; exits 77 without clang
 # TARGETS: "zqx" (the program-file reader), "skin" (the INI reader and skin
-# layout load) or both, space-separated; short and long run both, brief zqx.
+# layout load), "book" (a book's tag and chapter mapping), space-separated;
+# short and long run all, brief zqx.
 # Seeds are the sample programs written by zqxsdk_make_corpus (or
 # $ZQX_FUZZ_SEEDS) and the skins written by skin_fuzz_seeds (or
 # $SKIN_FUZZ_SEEDS); findings land in <build>/fuzz-findings, the growing
@@ -15,8 +16,8 @@ mode=${1:-short}
 root=$(cd "$(dirname "$0")/.." && pwd)
 case "$mode" in
   brief) seconds=30; build=${2:-$root/build-fuzz}; targets=${3:-zqx} ;;
-  short) seconds=60; build=${2:-$root/build-fuzz}; targets=${3:-zqx skin} ;;
-  long) seconds=1800; build=${2:-$root/build-fuzz}; targets=${3:-zqx skin} ;;
+  short) seconds=60; build=${2:-$root/build-fuzz}; targets=${3:-zqx skin book} ;;
+  long) seconds=1800; build=${2:-$root/build-fuzz}; targets=${3:-zqx skin book} ;;
   *) echo "usage: $0 short|long|brief [BUILD_DIR] [TARGETS]" >&2; exit 2 ;;
 esac
 
@@ -59,6 +60,13 @@ for target in $targets; do
         -max_total_time="$seconds" -max_len=65536 -timeout=10 -rss_limit_mb=2048 \
         -artifact_prefix="$build/fuzz-findings/skin-" -print_final_stats=1
       ;;
-    *) echo "unknown fuzz target: $target (zqx or skin)" >&2; exit 2 ;;
+    book)
+      cmake --build "$build" --target book_metadata_fuzz -j "$(nproc)"
+      mkdir -p "$build/book-fuzz-corpus"
+      "$build/bin/book_metadata_fuzz" "$build/book-fuzz-corpus" "$root/fuzz/book-seeds" \
+        -max_total_time="$seconds" -max_len=16384 -timeout=10 -rss_limit_mb=2048 \
+        -artifact_prefix="$build/fuzz-findings/book-" -print_final_stats=1
+      ;;
+    *) echo "unknown fuzz target: $target (zqx, skin or book)" >&2; exit 2 ;;
   esac
 done

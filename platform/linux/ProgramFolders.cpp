@@ -4,6 +4,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QStandardPaths>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -11,6 +12,7 @@ namespace talvo {
 namespace {
 
 constexpr const char* kDataHomeVariable = "XDG_DATA_HOME";
+constexpr const char* kMusicVariable = "TALVOPLAYER_MUSIC";
 constexpr char kSkinsFolder[] = "Skins";
 
 // Creating a file needs write and search permission on the folder.  Asked of
@@ -52,6 +54,12 @@ QString ProgramFolder(const QString& executableFolder)
 QString ProgramFolder()
 {
     return ProgramFolder(QCoreApplication::applicationDirPath());
+}
+
+QString MusicFolder()
+{
+    const QString music = qEnvironmentVariable(kMusicVariable);
+    return music.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::MusicLocation) : music;
 }
 
 QString PlayerDataFolder()

@@ -4,12 +4,12 @@
 #include "library/ProgramDeletion.h"
 #include "library/ProgramStateStore.h"
 #include "platform/FolderListing.h"
+#include "platform/ProgramFolders.h"
 #include "settings/SettingsStore.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
-#include <QStandardPaths>
 #include <algorithm>
 #include <new>
 
@@ -22,8 +22,6 @@ bool MatchesProgramPattern(const QString& name)
 {
     return name.contains(QLatin1String(".zq"), Qt::CaseInsensitive);
 }
-
-constexpr const char* kMusicVariable = "TALVOPLAYER_MUSIC";
 
 QString WithSlash(const QString& folder)
 {
@@ -81,9 +79,7 @@ LibraryFolders DefaultLibraryFolders(const QString& applicationFolder)
 {
     LibraryFolders folders;
     folders.applicationFolder = applicationFolder;
-    folders.musicFolder = qEnvironmentVariable(kMusicVariable);
-    if (folders.musicFolder.isEmpty())
-        folders.musicFolder = QStandardPaths::writableLocation(QStandardPaths::MusicLocation);
+    folders.musicFolder = MusicFolder();
     folders.programFilesFolder =
         QDir::cleanPath(QCoreApplication::applicationDirPath() + QStringLiteral("/.."));
     return folders;

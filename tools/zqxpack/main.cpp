@@ -3,6 +3,7 @@
 #include "TalvoVersion.h"
 #include "zqxauthor/BookPlanner.h"
 #include "zqxauthor/PacketEncoderFactory.h"
+#include "zqxauthor/ProgressBar.h"
 
 #include <unistd.h>
 
@@ -13,31 +14,6 @@ namespace {
 
 constexpr int kExitPackFailed = 1;
 constexpr int kExitUsage = 2;
-constexpr int kBarWidth = 40;
-
-// Redraws only when the shown percentage changes, so a long file does not flood the terminal.
-class ProgressBar {
-public:
-    void Show(double fraction)
-    {
-        const int percent = int(fraction * 100);
-        if (percent == shown_)
-            return;
-        shown_ = percent;
-        const int filled = percent * kBarWidth / 100;
-        std::printf("\r[%s%s] %3d%%", std::string(std::size_t(filled), '#').c_str(),
-                    std::string(std::size_t(kBarWidth - filled), '.').c_str(), percent);
-        std::fflush(stdout);
-    }
-    void End()
-    {
-        if (shown_ >= 0)
-            std::printf("\n");
-    }
-
-private:
-    int shown_ = -1;
-};
 
 // What the inputs' tags, chapters and covers supply where the command line is silent.
 bool FillFromInputs(zqxpack::PackCommandLine& cl, std::string& error)
@@ -99,7 +75,7 @@ int main(int argc, char** argv)
         return kExitPackFailed;
     }
     const auto& r = cl.request;
-    ProgressBar bar;
+    zqxauthor::ProgressBar bar;
     const bool showProgress = !cl.quiet && isatty(STDOUT_FILENO);
     zqxauthor::ProgramPacker packer;
     const bool ok =

@@ -67,11 +67,11 @@ protected:
 TEST_F(Install, EveryPieceIsInPlaceAndTheDesktopAcceptsThem)
 {
     for (const char* file :
-         {"bin/talvoplayer", "bin/talvosync", "bin/talvoreg", "bin/zqxinfo",
+         {"bin/talvoplayer", "bin/talvosync", "bin/talvoreg", "bin/zqxinfo", "bin/feldrun",
           "share/talvoplayer/TalvoPlayerHlp.htm", "share/icons/hicolor/scalable/apps/talvoplayer.svg",
           "share/mime/packages/talvoplayer.xml", "share/applications/talvoplayer.desktop",
           "share/man/man1/talvoplayer.1", "share/man/man1/talvoreg.1", "share/man/man1/talvosync.1",
-          "share/man/man1/zqxpack.1", "share/man/man1/zqxinfo.1"})
+          "share/man/man1/zqxpack.1", "share/man/man1/zqxinfo.1", "share/man/man1/feldrun.1"})
         EXPECT_TRUE(QFileInfo::exists(prefix(file))) << file;
     EXPECT_FALSE(QDir(prefix("share/talvoplayer/Skins")).entryList({"*.ini"}).isEmpty());
 

@@ -1,0 +1,230 @@
+#include "BookImporter.h"
+
+#include "zqx/TalvoMetadata.h"
+#include "zqxauthor/PacketEncoderFactory.h"
+#include "zqxauthor/ProgramPacker.h"
+
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+
+namespace fs = std::filesystem;
+
+namespace feldrun {
+namespace {
+
+// A file name may be 255 bytes; leave room for the extension and the writer's temporary suffix.
+constexpr std::size_t kMaxNameBytes = 200;
+constexpr std::size_t kMaxIdBytes = 100;
+constexpr std::uint32_t kSpeechChannels = 1;
+// The player answers a sync command at once; a hung one must not hold the import.
+constexpr int kPlayerWaitMs = 10000;
+
+std::u16string Utf16(const std::string& utf8)
+{
+    const QString text = QString::fromStdString(utf8);
+    return std::u16string(reinterpret_cast<const char16_t*>(text.utf16()), std::size_t(text.size()));
+}
+
+// Cuts at most `bytes` bytes of UTF-8 without splitting a character.
+std::string CutUtf8(std::string text, std::size_t bytes)
+{
+    if (text.size() <= bytes)
+        return text;
+    while (bytes > 0 && (static_cast<unsigned char>(text[bytes]) & 0xC0) == 0x80)
+        --bytes;
+    text.resize(bytes);
+    return text;
+}
+
+// A stable identifier for a book never imported before: the author and title
+// in lower case, words joined by "-", so a book deleted and imported again
+// finds its positions under the same id.
+std::string NewProgramId(const zqxauthor::ProgramFields& fields)
+{
+    std::string id;
+    for (const unsigned char c : fields.author + " " + fields.title) {
+        if (std::isalnum(c) || c >= 0x80)
+            id += char(std::tolower(c));
+        else if (!id.empty() && id.back() != '-')
+            id += '-';
+    }
+    while (!id.empty() && id.back() == '-')
+        id.pop_back();
+    id = CutUtf8(id, kMaxIdBytes);
+    return id.empty() ? "book" : id;
+}
+
+bool IsProgramName(const fs::path& p)
+{
+    return p.filename().string().find(".zq") != std::string::npos;
+}
+
+// The program id of a program already in the book's folder, if there is one.
+std::string ExistingProgramId(const fs::path& folder)
+{
+    std::error_code ec;
+    std::vector<fs::path> programs;
+    for (const auto& entry : fs::directory_iterator(folder, ec))
+        if (IsProgramName(entry.path()))
+            programs.push_back(entry.path());
+    std::sort(programs.begin(), programs.end());
+    for (const fs::path& p : programs) {
+        CTalvoMetadata meta;
+        if (meta.OpenZQXFile(Utf16(p.string())) == ZQX_OK && !meta.GetProgramId().empty())
+            return meta.GetProgramId();
+    }
+    return {};
+}
+
+} // namespace
+
+std::string FolderName(const std::string& text, const std::string& fallback)
+{
+    std::string name;
+    for (const char c : text)
+        name += (c == '/' || static_cast<unsigned char>(c) < 0x20 || c == 0x7F) ? ' ' : c;
+    const auto first = name.find_first_not_of(". \t");
+    name = first == std::string::npos ? std::string() : name.substr(first);
+    name = CutUtf8(name, kMaxNameBytes);
+    while (!name.empty() && (name.back() == ' ' || name.back() == '.'))
+        name.pop_back();
+    return name.empty() ? fallback : name;
+}
+
+bool BookImporter::Fail(std::string message)
+{
+    error_ = std::move(message);
+    return false;
+}
+
+bool BookImporter::Import(const std::string& path, ImportResult& result, const Progress& progress)
+{
+    error_.clear();
+    zqxauthor::BookPlan plan;
+    if (!Plan(path, result, plan))
+        return false;
+    if (options_.dryRun)
+        return true;
+    if (!Write(plan, result, progress))
+        return false;
+    RemoveOtherCopies(result);
+    TellPlayer(result.programPath);
+    return true;
+}
+
+bool BookImporter::Plan(const std::string& path, ImportResult& result, zqxauthor::BookPlan& plan)
+{
+    std::error_code ec;
+    const fs::path input = fs::absolute(path, ec).lexically_normal();
+    std::vector<zqxauthor::BookFile> files;
+    std::string fallbackTitle;
+    fs::path pictureFolder;
+    if (fs::is_directory(input, ec)) {
+        if (!zqxauthor::ProbeBookFolder(input.string(), files, error_))
+            return false;
+        fallbackTitle = (input.has_filename() ? input : input.parent_path()).filename().string();
+        pictureFolder = input;
+    } else {
+        files.emplace_back();
+        if (!zqxauthor::ProbeBookFile(input.string(), files.back(), error_))
+            return false;
+        fallbackTitle = input.stem().string();
+        pictureFolder = input.parent_path();
+    }
+    plan = zqxauthor::PlanBook(files, true, fallbackTitle, pictureFolder.string());
+    const auto* type = zqxauthor::FindFileType(options_.fileType);
+    const std::string title = FolderName(plan.fields.title, "Untitled");
+    const fs::path folder =
+        fs::path(options_.musicFolder) / FolderName(plan.fields.author, "Unknown Author") / title;
+    result.programPath = (folder / (title + type->extension)).string();
+    result.programId = ExistingProgramId(folder);
+    result.idKept = !result.programId.empty();
+    if (!result.idKept)
+        result.programId = NewProgramId(plan.fields);
+    result.fields = plan.fields;
+    result.sections = plan.sections;
+    result.warnings = plan.warnings;
+    return true;
+}
+
+bool BookImporter::Write(const zqxauthor::BookPlan& plan, ImportResult& result, const Progress& progress)
+{
+    // Make the folders the program needs, and remember them: a failed import removes them again.
+    std::vector<fs::path> made;
+    const auto removeMade = [&made] {
+        std::error_code ignored;
+        for (auto it = made.rbegin(); it != made.rend(); ++it)
+            fs::remove(*it, ignored); // only if still empty
+    };
+    const fs::path folder = fs::path(result.programPath).parent_path();
+    for (const fs::path& f : {folder.parent_path().parent_path(), folder.parent_path(), folder}) {
+        std::error_code ec;
+        if (fs::is_directory(f, ec))
+            continue;
+        if (!fs::create_directory(f, ec) || ec) {
+            removeMade();
+            return Fail("cannot make the folder '" + f.string() +
+                        "': " + (ec ? ec.message() : std::string("a file of that name is in the way")));
+        }
+        made.push_back(f);
+    }
+    zqxauthor::PackRequest request;
+    request.fileType = options_.fileType;
+    request.channels = kSpeechChannels;
+    request.sections = plan.sections;
+    request.pictures = plan.pictures;
+    request.programId = result.programId;
+    request.title = plan.fields.title;
+    request.author = plan.fields.author;
+    request.narrator = plan.fields.narrator;
+    request.provider = plan.fields.provider;
+    request.description = plan.fields.description;
+    request.output = result.programPath;
+    zqxauthor::ProgramPacker packer;
+    const bool ok = packer.Pack(request, progress);
+    result.warnings.insert(result.warnings.end(), packer.Warnings().begin(), packer.Warnings().end());
+    if (!ok) {
+        removeMade();
+        return Fail(packer.Error());
+    }
+    return true;
+}
+
+// A book imported before as another file type (Title.zq beside the new Title.zqx)
+// is the same program: only the new file stays.
+void BookImporter::RemoveOtherCopies(const ImportResult& result) const
+{
+    const fs::path made = result.programPath;
+    std::error_code ec;
+    for (const auto& entry : fs::directory_iterator(made.parent_path(), ec)) {
+        if (entry.path() == made || !IsProgramName(entry.path()) || entry.path().extension() == ".pos" ||
+            entry.path().extension() == ".posx")
+            continue;
+        CTalvoMetadata meta;
+        if (meta.OpenZQXFile(Utf16(entry.path().string())) == ZQX_OK &&
+            meta.GetProgramId() == result.programId)
+            fs::remove(entry.path(), ec);
+    }
+}
+
+// Through the sync interface: a running player adds the program to its list;
+// with no player running the command does nothing.
+void BookImporter::TellPlayer(const std::string& programPath) const
+{
+    if (options_.playerPath.empty() || !fs::exists(options_.playerPath))
+        return;
+    QProcess player;
+    // The player prints the command's result for desktop tools; ours is the import's own line.
+    player.setStandardOutputFile(QProcess::nullDevice());
+    player.setStandardErrorFile(QProcess::nullDevice());
+    player.start(QString::fromStdString(options_.playerPath),
+                 {QStringLiteral("-AddProgram"), QString::fromStdString(programPath)});
+    player.waitForFinished(kPlayerWaitMs);
+}
+
+} // namespace feldrun

@@ -1,0 +1,58 @@
+// feldrun: the listener's side of getting programs: `feldrun import` brings
+// audio books in; more subcommands join it as the tool grows.
+#include "ImportCommand.h"
+#include "TalvoVersion.h"
+
+#include <QCoreApplication>
+#include <QDir>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr int kExitUsage = 2;
+
+const char* const kUsage = "usage: feldrun COMMAND [options]\n"
+                           "\n"
+                           "Brings programs to the TalvoPlayer Music folder.\n"
+                           "\n"
+                           "Commands:\n"
+                           "  import PATH...  make programs of audio books (files or folders); see\n"
+                           "                  feldrun import --help\n"
+                           "\n"
+                           "  -h, --help      this text\n"
+                           "  --version       the version of feldrun\n";
+
+struct Subcommand {
+    const char* name;
+    int (*run)(const std::vector<std::string>& args, const std::string& playerPath);
+};
+constexpr Subcommand kSubcommands[] = {
+    {"import", feldrun::RunImportCommand},
+};
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const std::vector<std::string> args(argv + 1, argv + argc);
+    if (args.empty() || args[0] == "-h" || args[0] == "--help") {
+        std::fputs(kUsage, args.empty() ? stderr : stdout);
+        return args.empty() ? kExitUsage : 0;
+    }
+    if (args[0] == "--version") {
+        std::puts("feldrun " TALVO_VERSION_TEXT);
+        return 0;
+    }
+    QCoreApplication app(argc, argv);
+    // The player that is told of new programs is the one installed beside feldrun.
+    const std::string player =
+        QDir(QCoreApplication::applicationDirPath()).filePath("talvoplayer").toStdString();
+    for (const Subcommand& s : kSubcommands)
+        if (args[0] == s.name)
+            return s.run({args.begin() + 1, args.end()}, player);
+    std::fprintf(stderr, "feldrun: unknown command '%s'\n%s", args[0].c_str(), kUsage);
+    return kExitUsage;
+}
