@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
 
 namespace zqxauthor {
 namespace {
+
+constexpr std::int64_t kMaxProgramMs = UINT32_MAX;
 
 std::string MsText(std::int64_t ms)
 {
@@ -40,11 +43,13 @@ void SortByStart(std::vector<RawChapter>& chapters, std::vector<std::string>& wa
 std::vector<RawChapter> UsableChapters(const std::vector<RawChapter>& chapters, std::int64_t durationMs,
                                        std::vector<std::string>& warnings)
 {
+    // A program's times are 32-bit ms: a chapter beyond them has no place even when the length is unknown.
+    const std::int64_t end = durationMs > 0 ? std::min(durationMs, kMaxProgramMs) : kMaxProgramMs;
     std::vector<RawChapter> kept;
     for (std::size_t i = 0; i < chapters.size(); ++i) {
         const RawChapter& c = chapters[i];
-        if (durationMs > 0 && c.startMs >= durationMs) {
-            warnings.push_back(Quoted(c) + " starts past the end (" + MsText(durationMs) + "); dropped");
+        if (c.startMs >= end) {
+            warnings.push_back(Quoted(c) + " starts past the end (" + MsText(end) + "); dropped");
             continue;
         }
         if (c.endMs >= 0 && c.endMs <= c.startMs) {
@@ -113,9 +118,7 @@ ChapterPlan MapChapters(std::vector<RawChapter> chapters, std::int64_t durationM
         std::string title = TrimmedTitle(c.title);
         if (title.empty())
             title = "Chapter " + std::to_string(plan.sections.size() + 1);
-        // Starts are below durationMs or any 64-bit value; a program's time is 32-bit ms.
-        plan.sections.push_back(
-            {std::uint32_t(std::min<std::int64_t>(c.startMs, INT32_MAX)), std::move(title)});
+        plan.sections.push_back({std::uint32_t(c.startMs), std::move(title)});
     }
     if (plan.sections.empty())
         plan.sections.push_back({0, fileTitle});

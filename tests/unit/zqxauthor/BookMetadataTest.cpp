@@ -73,6 +73,10 @@ TEST(BookMetadata, BrokenChaptersArePutRightOrDroppedWithAWarning)
     ASSERT_EQ(none.sections.size(), 1u);
     EXPECT_EQ(none.sections[0].title, "The File");
     EXPECT_EQ(MapChapters({{-50, -1, "Neg"}, {100, -1, "B"}}, 0, "f").sections[1].startMs, 100u);
+    // Length unknown: starts beyond a program's 32-bit ms still go.
+    EXPECT_EQ(
+        Starts(MapChapters({{5000, -1, "A"}, {300660008000, -1, "B"}, {300660008001, -1, "C"}}, 0, "f")),
+        (std::vector<std::uint32_t>{0}));
 }
 
 TEST(BookMetadata, NaturalOrderCountsNumbers)
