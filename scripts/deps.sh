@@ -9,7 +9,7 @@ packages=(
   # libraries
   qt6-base-dev qt6-base-dev-tools libgl-dev qt6-qpa-plugins
   libsqlite3-dev libmpg123-dev libopus-dev libmp3lame-dev
-  libsndfile1-dev libsamplerate0-dev libasound2-dev libasound2-plugins
+  libsndfile1-dev libsamplerate0-dev libasound2-dev libasound2-plugins libsonic-dev
   # listeners' own books: every input format through FFmpeg's libraries
   libavformat-dev libavcodec-dev libswresample-dev libavutil-dev
   # tests and benchmarks

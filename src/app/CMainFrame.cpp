@@ -95,6 +95,30 @@ constexpr std::array<FullMenu, 4> kFullMenu{{
     {Str::MenuHelp, {{{Command::Help, Str::MenuHelp}, {Command::About, Str::MenuAbout}}}},
 }};
 
+// The sleep timer's choices, appended to both menus after the handheld's items.
+struct SleepChoice {
+    std::uint16_t command;
+    int text;
+    std::uint32_t choice; // minutes, or AudioOutput's end-of-section value
+};
+constexpr std::array<SleepChoice, 8> kSleepChoices{{
+    {Command::SleepOff, Str::MenuSleepOff, 0},
+    {Command::SleepBase + 5, Str::MenuSleep5min, 5},
+    {Command::SleepBase + 10, Str::MenuSleep10min, 10},
+    {Command::SleepBase + 15, Str::MenuSleep15min, 15},
+    {Command::SleepBase + 30, Str::MenuSleep30min, 30},
+    {Command::SleepBase + 45, Str::MenuSleep45min, 45},
+    {Command::SleepBase + 60, Str::MenuSleep60min, 60},
+    {Command::SleepEndOfSection, Str::MenuSleepEndOfSection, AudioOutput::kSleepEndOfSection},
+}};
+static_assert(kSleepChoices.back().command - Command::SleepBase < 100);
+
+// Commands that are the player's own, not a listener's action: they leave a
+// running sleep fade alone.
+constexpr std::array<std::uint16_t, 5> kInternalCommands{Command::InitialLoad, Command::UpdateVolume,
+                                                         Command::UpdatePosition, Command::NextProgram,
+                                                         Command::ResetSkin};
+
 // Fixed steps of the full menu: amounts while stopped and while playing.  They
 // look uneven because every step also runs the first (and for rewind while
 // playing, the closing) step of the matching hold.
@@ -275,6 +299,8 @@ void CMainFrame::createMenus()
             menu->addAction(LoadString(entry.text), this, [this, id = entry.command] { SendCommand(id); });
         }
     }
+    // The listening aids come after every item of the handheld's menus.
+    addListeningMenus(menuBar_->addMenu(LoadString(Str::MenuListening)));
     layout()->setMenuBar(menuBar_);
 
     // The soft-key bar: the program library on the left key, the rest under " Menu".
@@ -304,7 +330,61 @@ QMenu* CMainFrame::createSoftKeyMenu()
             bookmarksMenu_ = menu->addMenu(LoadString(Str::BookmarksTitle));
     }
     connect(bookmarksMenu_, &QMenu::aboutToShow, this, &CMainFrame::fillBookmarksMenu);
+    addListeningMenus(menu);
     return menu;
+}
+
+void CMainFrame::addListeningMenus(QMenu* parent)
+{
+    QMenu* speed = parent->addMenu(LoadString(Str::MenuSpeed));
+    for (int tenths = SpeechProcessing::kMinimumSpeed; tenths <= SpeechProcessing::kMaximumSpeed; ++tenths) {
+        QAction* item = speed->addAction(SpeedText(tenths), this, [this, tenths] {
+            SendCommand(static_cast<std::uint16_t>(Command::SpeedBase + tenths));
+        });
+        item->setCheckable(true);
+        item->setData(tenths);
+    }
+    connect(speed, &QMenu::aboutToShow, this, [this, speed] {
+        const int current = audio_.CurrentSpeedTenths();
+        for (QAction* item : speed->actions())
+            item->setChecked(item->data().toInt() == current);
+    });
+    QMenu* sleep = parent->addMenu(LoadString(Str::MenuSleepTimer));
+    for (const SleepChoice& choice : kSleepChoices)
+        sleep->addAction(LoadString(choice.text), this, [this, id = choice.command] { SendCommand(id); });
+}
+
+QString CMainFrame::SpeedText(int tenths)
+{
+    return FormatString(Str::SpeedShown, tenths / 10, tenths % 10);
+}
+
+QString CMainFrame::listeningText() const
+{
+    QStringList parts;
+    if (library_.Current()) {
+        if (const int tenths = audio_.CurrentSpeedTenths(); tenths != SpeechProcessing::kNormalSpeed)
+            parts << SpeedText(tenths);
+    }
+    if (const std::optional<std::uint32_t> left = audio_.SleepRemainingMs()) {
+        const std::uint32_t seconds = (*left + 999) / 1000;
+        parts << FormatString(Str::SleepLeft, static_cast<int>(seconds / 60), static_cast<int>(seconds % 60));
+    }
+    return parts.join(QStringLiteral("  "));
+}
+
+void CMainFrame::chooseSleep(std::uint16_t id)
+{
+    for (const SleepChoice& choice : kSleepChoices) {
+        if (choice.command != id)
+            continue;
+        audio_.SetSleepTimer(choice.choice);
+        if (choice.choice != 0)
+            SetTimer(Timer::SleepDisplay, Timer::SleepDisplayPeriodMs);
+        else
+            KillTimer(Timer::SleepDisplay);
+        display_->SetListening(listeningText());
+    }
 }
 
 void CMainFrame::fillBookmarksMenu()
@@ -411,6 +491,19 @@ void CMainFrame::stepCommand(std::uint16_t id)
 
 bool CMainFrame::onCommand(std::uint16_t id)
 {
+    if (std::find(kInternalCommands.begin(), kInternalCommands.end(), id) == kInternalCommands.end())
+        audio_.CancelSleepIfFading();
+    if (id >= Command::SpeedFirst && id <= Command::SpeedLast) {
+        audio_.SetSpeed(id - Command::SpeedBase);
+        display_->SetListening(listeningText());
+        if (deviceEvents_)
+            deviceEvents_->PlayerChanged();
+        return true;
+    }
+    if (id >= Command::SleepBase && id <= Command::SleepEndOfSection) {
+        chooseSleep(id);
+        return true;
+    }
     if (id >= Command::BookmarkFirst && id <= Command::BookmarkLast) {
         transport_.GoToBookmark(id - Command::BookmarkFirst);
         return true;
@@ -592,6 +685,11 @@ void CMainFrame::onTimer(unsigned id)
     case Timer::SavePlayingPosition:
         audio_.SavePlayingPosition();
         break;
+    case Timer::SleepDisplay:
+        if (!audio_.SleepRemainingMs())
+            KillTimer(Timer::SleepDisplay);
+        display_->SetListening(listeningText());
+        break;
     default:
         break;
     }
@@ -606,6 +704,7 @@ void CMainFrame::onKeyDown(int key, bool repeat)
 {
     if (key < kFirstKeyDown || key > kLastKeyDown)
         return;
+    audio_.CancelSleepIfFading();
     ProgramFile* program = library_.Current();
     switch (actionOf(kKeyDownTable, key)) {
     case KeyAction::Play:
@@ -747,6 +846,7 @@ void CMainFrame::onRemoteControlKey(const std::uint8_t* record)
         return;
     std::uint32_t code = 0;
     std::memcpy(&code, record + 4, sizeof code);
+    audio_.CancelSleepIfFading();
     switch (code) {
     case kRemotePlay:
     case kRemoteStop:
@@ -930,6 +1030,7 @@ void CMainFrame::RedrawDisplay()
         content.partial = program->GetTimeSpanFlag();
         content.cover = coverPicture(*program);
     }
+    content.listening = listeningText();
     display_->SetContent(content);
     display_->ShowVolume(volumeShown_ ? static_cast<int>(settings_.GetVolumePercent()) : -1);
     if (deviceEvents_)
@@ -948,6 +1049,7 @@ void CMainFrame::RedrawPosition()
     const int count = program->SectionCount();
     display_->SetPosition(program->timeOffsetMs + audio_.lastPositionMs,
                           count > 0 ? program->CurrentSection() + 1 : 0, count);
+    display_->SetListening(listeningText());
     if (deviceEvents_)
         deviceEvents_->PlayerChanged();
 }

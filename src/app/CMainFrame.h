@@ -65,6 +65,9 @@ public:
     void ScreenOnIfOff() override;
     void SetWaitCursor(bool waiting) override;
 
+    // A speed as the menus and the display show it ("1.5x").
+    static QString SpeedText(int tenths);
+
     ProgramLibrary& Library() { return library_; }
     AudioOutput& Audio() { return audio_; }
     Transport& Transport_() { return transport_; }
@@ -83,6 +86,9 @@ private:
     void createMenus();
     QMenu* createSoftKeyMenu();
     void fillBookmarksMenu();
+    void addListeningMenus(QMenu* parent);
+    QString listeningText() const;
+    void chooseSleep(std::uint16_t id);
     bool onCommand(std::uint16_t id);
     void onTimer(unsigned id);
     void onKeyDown(int key, bool repeat);

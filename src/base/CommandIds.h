@@ -82,6 +82,17 @@ inline constexpr std::uint16_t PreferencesDone = 57697;
 inline constexpr std::uint16_t BookmarkFirst = 10000;
 inline constexpr std::uint16_t BookmarkLast = 11000;
 
+// Listening aids, numbered outside every range the handheld's menus use.
+// Speed n tenths (0.5x to 3.0x): SpeedBase + n.
+inline constexpr std::uint16_t SpeedBase = 46000;
+inline constexpr std::uint16_t SpeedFirst = SpeedBase + 5;
+inline constexpr std::uint16_t SpeedLast = SpeedBase + 30;
+// Sleep timer: off, SleepBase + minutes, or to the end of the section.
+inline constexpr std::uint16_t SleepBase = 46100;
+inline constexpr std::uint16_t SleepOff = SleepBase;
+inline constexpr std::uint16_t SleepEndOfSection = SleepBase + 99;
+
+static_assert(SpeedFirst > JumpBackPressed && SpeedLast < SleepBase && SleepEndOfSection < InitialLoad);
 static_assert(FastForwardPressed == 21023 && FastForwardReleased == 20523);
 static_assert(RewindPressed == 21027 && RewindReleased == 20527);
 static_assert(PreviousSectionPressed == 21030 && NextSectionReleased == 20531);
@@ -113,11 +124,14 @@ inline constexpr unsigned VolumeDownHold = 1007;
 inline constexpr unsigned ScreenPowerOff = 1089;
 inline constexpr unsigned HideVolume = 1091;
 inline constexpr unsigned SavePlayingPosition = 1201;
+// Redraws the sleep timer's time left while it runs.
+inline constexpr unsigned SleepDisplay = 1202;
 
 inline constexpr unsigned SeekHoldPeriodMs = 100;
 inline constexpr unsigned SectionHoldPeriodMs = 300;
 inline constexpr unsigned VolumeHoldPeriodMs = 250;
 inline constexpr unsigned HideVolumeDelayMs = 2000;
+inline constexpr unsigned SleepDisplayPeriodMs = 1000;
 } // namespace Timer
 
 } // namespace talvo

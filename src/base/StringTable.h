@@ -95,6 +95,17 @@ enum Id : int {
     MenuResetSkin = 61030,
     MenuUpdateVolume = 61031,
     MenuUpdatePosition = 61032,
+    MenuListening = 61033,
+    MenuSpeed = 61034,
+    MenuSleepTimer = 61035,
+    MenuSleepOff = 61036,
+    MenuSleep5min = 61037,
+    MenuSleep10min = 61038,
+    MenuSleep15min = 61039,
+    MenuSleep30min = 61040,
+    MenuSleep45min = 61041,
+    MenuSleep60min = 61042,
+    MenuSleepEndOfSection = 61043,
 
     // 61100: Preferences dialog.
     PrefsTitle = 61100,
@@ -105,6 +116,8 @@ enum Id : int {
     PrefsJumpBack = 61105,
     PrefsDone = 61106,
     PrefsVolumePercent = 61107,
+    PrefsListening = 61108,
+    PrefsSkipSilence = 61109,
     PowerOff30s = 61110,
     PowerOff1min = 61111,
     PowerOff90s = 61112,
@@ -117,6 +130,7 @@ enum Id : int {
     JumpBack40s = 61123,
     JumpBack50s = 61124,
     JumpBack60s = 61125,
+    PrefsSmartRewind = 61126,
     ButtonOk = 61190,
     ButtonCancel = 61191,
 
@@ -185,6 +199,8 @@ enum Id : int {
     AgeHours = 61605,
     AgeDays = 61606,
     AgeAMinute = 61607,
+    SpeedShown = 61608,
+    SleepLeft = 61609,
 };
 } // namespace Str
 
@@ -276,6 +292,17 @@ inline constexpr StringEntry kStringTable[] = {
     {Str::MenuResetSkin, "Reset skin"},
     {Str::MenuUpdateVolume, "Update Volume"},
     {Str::MenuUpdatePosition, "Update plyback position"},
+    {Str::MenuListening, "Listening"},
+    {Str::MenuSpeed, "Speed"},
+    {Str::MenuSleepTimer, "Sleep Timer"},
+    {Str::MenuSleepOff, "Off"},
+    {Str::MenuSleep5min, "5 minutes"},
+    {Str::MenuSleep10min, "10 minutes"},
+    {Str::MenuSleep15min, "15 minutes"},
+    {Str::MenuSleep30min, "30 minutes"},
+    {Str::MenuSleep45min, "45 minutes"},
+    {Str::MenuSleep60min, "60 minutes"},
+    {Str::MenuSleepEndOfSection, "End of section"},
 
     {Str::PrefsTitle, "Preferences"},
     {Str::PrefsPowerConservation, "Power Conservation"},
@@ -285,6 +312,8 @@ inline constexpr StringEntry kStringTable[] = {
     {Str::PrefsJumpBack, "Jump Back"},
     {Str::PrefsDone, "Done"},
     {Str::PrefsVolumePercent, "%d%%"},
+    {Str::PrefsListening, "Listening"},
+    {Str::PrefsSkipSilence, "Shorten long silences"},
     {Str::PowerOff30s, "30 sec"},
     {Str::PowerOff1min, "1 min"},
     {Str::PowerOff90s, "1.5 min"},
@@ -297,6 +326,7 @@ inline constexpr StringEntry kStringTable[] = {
     {Str::JumpBack40s, "40 sec"},
     {Str::JumpBack50s, "50 sec"},
     {Str::JumpBack60s, "60 sec"},
+    {Str::PrefsSmartRewind, "Go back a little after a pause"},
     {Str::ButtonOk, "OK"},
     {Str::ButtonCancel, "Cancel"},
 
@@ -368,6 +398,8 @@ inline constexpr StringEntry kStringTable[] = {
     {Str::AgeHours, "%d hours"},
     {Str::AgeDays, "%d days"},
     {Str::AgeAMinute, "a minute"},
+    {Str::SpeedShown, "%d.%dx"},
+    {Str::SleepLeft, "Sleep %.02d:%.02d"},
 };
 
 namespace detail {

@@ -12,6 +12,7 @@
 #include <QUrl>
 #include <algorithm>
 #include <atomic>
+#include <cmath>
 
 namespace talvo {
 namespace {
@@ -59,9 +60,9 @@ class MprisPlayerAdaptor : public QDBusAbstractAdaptor {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.mpris.MediaPlayer2.Player")
     Q_PROPERTY(QString PlaybackStatus READ PlaybackStatus)
-    Q_PROPERTY(double Rate READ Rate)
-    Q_PROPERTY(double MinimumRate READ Rate)
-    Q_PROPERTY(double MaximumRate READ Rate)
+    Q_PROPERTY(double Rate READ Rate WRITE SetRate)
+    Q_PROPERTY(double MinimumRate READ MinimumRate)
+    Q_PROPERTY(double MaximumRate READ MaximumRate)
     Q_PROPERTY(QVariantMap Metadata READ Metadata)
     Q_PROPERTY(double Volume READ Volume WRITE SetVolume)
     Q_PROPERTY(qlonglong Position READ Position)
@@ -74,7 +75,16 @@ class MprisPlayerAdaptor : public QDBusAbstractAdaptor {
 public:
     MprisPlayerAdaptor(MprisServer* server) : QDBusAbstractAdaptor(server), server_(server) {}
     QString PlaybackStatus() const { return server_->PlaybackStatus(); }
-    double Rate() const { return 1.0; }
+    double Rate() const { return server_->Rate(); }
+    void SetRate(double rate) { server_->SetRate(rate); }
+    double MinimumRate() const
+    {
+        return double{SpeechProcessing::kMinimumSpeed} / SpeechProcessing::kNormalSpeed;
+    }
+    double MaximumRate() const
+    {
+        return double{SpeechProcessing::kMaximumSpeed} / SpeechProcessing::kNormalSpeed;
+    }
     QVariantMap Metadata() const { return server_->Metadata(); }
     double Volume() const { return server_->Volume(); }
     void SetVolume(double volume) { server_->SetVolume(volume); }
@@ -155,6 +165,7 @@ QVariantMap MprisServer::propertiesToCompare()
         {QStringLiteral("PlaybackStatus"), PlaybackStatus()},
         {QStringLiteral("Metadata"), Metadata()},
         {QStringLiteral("Volume"), Volume()},
+        {QStringLiteral("Rate"), Rate()},
         {QStringLiteral("CanGoNext"), program},
         {QStringLiteral("CanGoPrevious"), program},
         {QStringLiteral("CanPlay"), program},
@@ -284,6 +295,23 @@ QVariantMap MprisServer::Metadata()
     if (const QString cover = writeCover(*program); !cover.isEmpty())
         metadata_.insert(QStringLiteral("mpris:artUrl"), QUrl::fromLocalFile(cover).toString());
     return metadata_;
+}
+
+double MprisServer::Rate() const
+{
+    return static_cast<double>(objects_.audio.CurrentSpeedTenths()) / SpeechProcessing::kNormalSpeed;
+}
+
+void MprisServer::SetRate(double rate)
+{
+    // A rate outside the range is brought into it; the client reads back
+    // the rate that plays.  The menus' path, so the display follows.
+    if (!std::isfinite(rate))
+        return;
+    const double tenths =
+        std::clamp(rate * SpeechProcessing::kNormalSpeed, double{SpeechProcessing::kMinimumSpeed},
+                   double{SpeechProcessing::kMaximumSpeed});
+    objects_.window.SendCommand(static_cast<std::uint16_t>(Command::SpeedBase + std::lround(tenths)));
 }
 
 double MprisServer::Volume() const

@@ -64,6 +64,8 @@ public:
 
     QString PlaybackStatus() const;
     QVariantMap Metadata();
+    double Rate() const;
+    void SetRate(double rate);
     double Volume() const;
     void SetVolume(double volume);
     qlonglong Position() const;

@@ -5,6 +5,8 @@
 //
 //   HKEY_LOCAL_MACHINE\SOFTWARE\Talvo\AudioData\<program key>   "play_pos"  REG_DWORD
 //                                                               "play_pos_live" REG_DWORD
+//                                                               "play_speed" REG_DWORD
+//                                                               "stopped_at" REG_DWORD
 //     \Bookmarks                                                "Count"     REG_DWORD
 //       \Bookmark<i>, i = 0 .. Count-1                          "Name"      REG_SZ
 //                                                               "Time Offset" REG_DWORD
@@ -23,6 +25,10 @@ inline constexpr std::u16string_view kPlayPos = u"play_pos";
 // 1 while "play_pos" was last written during playback, and so is newer than
 // the SDK's side file; a clean save removes it.
 inline constexpr std::u16string_view kPlayPosLive = u"play_pos_live";
+// The listener's speed for this program in tenths (5 to 30); absent is 1.0x.
+inline constexpr std::u16string_view kPlaySpeed = u"play_speed";
+// When playback of this program last stopped: seconds since 1970, UTC.
+inline constexpr std::u16string_view kStoppedAt = u"stopped_at";
 inline constexpr std::u16string_view kBookmarksKey = u"Bookmarks";
 inline constexpr std::u16string_view kCount = u"Count";
 // Followed by the bookmark's index in decimal ("Bookmark%d").

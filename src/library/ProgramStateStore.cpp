@@ -3,6 +3,7 @@
 #include "library/ProgramRecordLayout.h"
 #include "platform/RegistryTransaction.h"
 #include "playback/ProgramFile.h"
+#include "playback/SpeechProcessing.h"
 
 #include <QThread>
 #include <algorithm>
@@ -228,6 +229,51 @@ bool ProgramStateStore::ReadPlayPosition(const QString& programKey, DWORD* posit
     const bool found = QueryDword(registry_, record, kPlayPos, positionMs);
     registry_.CloseKey(record);
     return found;
+}
+
+bool ProgramStateStore::readRecordValue(const ProgramFile& entry, std::u16string_view name, DWORD* value)
+{
+    HKEY record = 0;
+    if (registry_.OpenKey(HKEY_LOCAL_MACHINE, ProgramKeyPath(entry.Key()), kReadAccess, &record) !=
+        ERROR_SUCCESS)
+        return false;
+    const bool found = QueryDword(registry_, record, name, value);
+    registry_.CloseKey(record);
+    return found;
+}
+
+bool ProgramStateStore::saveRecordValue(const ProgramFile& entry, std::u16string_view name, DWORD value)
+{
+    HKEY record = 0;
+    if (registry_.CreateKey(HKEY_LOCAL_MACHINE, ProgramKeyPath(entry.Key()), kCreateAccess, &record) !=
+        ERROR_SUCCESS)
+        return false;
+    const bool saved = SetDword(registry_, record, name, value) == ERROR_SUCCESS;
+    registry_.CloseKey(record);
+    return saved;
+}
+
+int ProgramStateStore::ReadPlaySpeed(const ProgramFile& entry)
+{
+    DWORD tenths = SpeechProcessing::kNormalSpeed;
+    if (!readRecordValue(entry, kPlaySpeed, &tenths) || !SpeechProcessing::IsSpeed(static_cast<int>(tenths)))
+        return SpeechProcessing::kNormalSpeed;
+    return static_cast<int>(tenths);
+}
+
+bool ProgramStateStore::SavePlaySpeed(const ProgramFile& entry, int tenths)
+{
+    return saveRecordValue(entry, kPlaySpeed, static_cast<DWORD>(tenths));
+}
+
+bool ProgramStateStore::ReadStoppedAt(const ProgramFile& entry, DWORD* seconds)
+{
+    return readRecordValue(entry, kStoppedAt, seconds);
+}
+
+bool ProgramStateStore::SaveStoppedAt(const ProgramFile& entry, DWORD seconds)
+{
+    return saveRecordValue(entry, kStoppedAt, seconds);
 }
 
 bool ProgramStateStore::LoadProgramState(ProgramFile& entry)

@@ -31,7 +31,19 @@ public:
     // without opening the file; false when there is none (or not a REG_DWORD).
     bool ReadPlayPosition(const QString& programKey, DWORD* positionMs);
 
+    // The listener's speed for a program in tenths; 10 (1.0x) when none or
+    // not a speed.
+    int ReadPlaySpeed(const ProgramFile& entry);
+    bool SavePlaySpeed(const ProgramFile& entry, int tenths);
+    // The wall-clock time (seconds since 1970) playback of a program last
+    // stopped; false when never.
+    bool ReadStoppedAt(const ProgramFile& entry, DWORD* seconds);
+    bool SaveStoppedAt(const ProgramFile& entry, DWORD seconds);
+
 private:
+    bool readRecordValue(const ProgramFile& entry, std::u16string_view name, DWORD* value);
+    bool saveRecordValue(const ProgramFile& entry, std::u16string_view name, DWORD value);
+
     Registry& registry_;
 };
 

@@ -13,6 +13,7 @@
 #include "playback/ProgramFile.h"
 #include "settings/SettingsStore.h"
 
+#include <QDateTime>
 #include <algorithm>
 #include <cstring>
 
@@ -115,6 +116,7 @@ int AudioOutput::StartOrStop()
     WAVEFORMATEX format{};
     if (!program || !program->Open(store_) || !program->WaveFormat(&format))
         return -1;
+    rewindAfterPause(*program);
     block_.clear();
     slotCounter = 0;
     if (!openDevice(format))
@@ -130,6 +132,12 @@ int AudioOutput::StartOrStop()
     SetVolume(settings_.GetVolume());
     jumpBackSeconds = settings_.GetJumpBack();
     bufferSize_ = (kUnitsPerBuffer * program->DecodeUnit() + 3) & ~3u;
+    sampleRate_ = format.nSamplesPerSec;
+    // The frame size from the channels alone: nBlockAlign is fixed at 2.
+    frameBytes_ = format.nChannels * format.wBitsPerSample / 8u;
+    framesPlayed_ = 0;
+    if (sleepChoice_ != 0 && sleepChoice_ != kSleepEndOfSection)
+        sleepEndFrame_ = std::uint64_t{sleepLeftMs_} * sampleRate_ / 1000;
     block_.assign(kSlotCount * slotStride(), 0);
     Prime();
     window_.SetTimer(Timer::SavePlayingPosition, kSavePlayingPositionPeriodMs);
@@ -143,7 +151,7 @@ int AudioOutput::StartOrStop()
 bool AudioOutput::Prime()
 {
     queuedCount_ = 0;
-    queuedMs_.clear();
+    queued_.clear();
     endOfProgramPosted_ = false;
     ProgramFile* program = library_.Current();
     WAVEFORMATEX format{};
@@ -152,13 +160,12 @@ bool AudioOutput::Prime()
     std::fill(block_.begin(), block_.end(), 0);
     // Seeking to where it stands resets the SDK's decoder after a device reset.
     program->Seek(program->Position());
-    const std::uint32_t room = kUnitsPerBuffer * program->DecodeUnit();
+    restartProcessing(*program);
     for (int i = 0; i < kSlotCount; ++i) {
         WAVEHDR* header = slot(i);
         header->lpData = reinterpret_cast<char*>(header + 1);
         header->dwBufferLength = 0;
-        program->DecodeBlock(reinterpret_cast<std::uint8_t*>(header->lpData), room, &header->dwBufferLength);
-        if (header->dwBufferLength == 0) {
+        if (!fillSlot(*program, header)) {
             Stop();
             return false;
         }
@@ -179,9 +186,103 @@ bool AudioOutput::Prime()
             return false;
         }
         ++queuedCount_;
-        queueHeard(format, header->dwBufferLength);
     }
     markHeard(*program);
+    return true;
+}
+
+std::uint32_t AudioOutput::SmartRewindMs(std::uint64_t pauseSeconds)
+{
+    if (pauseSeconds <= kSmartRewindCurve.front().pauseSeconds)
+        return 0;
+    for (std::size_t i = 1; i < kSmartRewindCurve.size(); ++i) {
+        const RewindPoint& low = kSmartRewindCurve[i - 1];
+        const RewindPoint& high = kSmartRewindCurve[i];
+        if (pauseSeconds < high.pauseSeconds)
+            return low.rewindMs + static_cast<std::uint32_t>((pauseSeconds - low.pauseSeconds) *
+                                                             (high.rewindMs - low.rewindMs) /
+                                                             (high.pauseSeconds - low.pauseSeconds));
+    }
+    return kSmartRewindCurve.back().rewindMs;
+}
+
+void AudioOutput::noteStop(const ProgramFile& program)
+{
+    if (settings_.GetSmartRewind() == 0)
+        return;
+    stoppedAt_ = std::chrono::steady_clock::now();
+    stoppedKey_ = program.Key();
+    store_.SaveStoppedAt(program, static_cast<DWORD>(QDateTime::currentSecsSinceEpoch()));
+}
+
+void AudioOutput::rewindAfterPause(ProgramFile& program)
+{
+    if (settings_.GetSmartRewind() == 0)
+        return;
+    // The monotonic clock while the player ran since that stop (no clock
+    // change can fake a long pause); the stored wall clock across a restart.
+    std::uint64_t pauseSeconds = 0;
+    DWORD stoppedAt = 0;
+    if (!stoppedKey_.isEmpty() && stoppedKey_ == program.Key()) {
+        pauseSeconds = static_cast<std::uint64_t>(
+            std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - stoppedAt_)
+                .count());
+    } else if (store_.ReadStoppedAt(program, &stoppedAt)) {
+        const qint64 now = QDateTime::currentSecsSinceEpoch();
+        pauseSeconds = now > stoppedAt ? static_cast<std::uint64_t>(now - stoppedAt) : 0;
+    }
+    const std::uint32_t rewind = SmartRewindMs(pauseSeconds);
+    if (rewind == 0)
+        return;
+    const std::uint32_t position = program.Position();
+    program.Seek(position > rewind ? position - rewind : 0);
+    lastPositionMs = program.Position();
+}
+
+void AudioOutput::restartProcessing(const ProgramFile& program)
+{
+    processing_.Restart(sampleRate_, program.channels, CurrentSpeedTenths(), settings_.GetSkipSilence() != 0);
+    if (sleepChoice_ == kSleepEndOfSection)
+        sleepSectionEndMs_ = program.SectionEndMs(program.Position());
+}
+
+bool AudioOutput::fillSlot(ProgramFile& program, WAVEHDR* header)
+{
+    const std::uint32_t room = kUnitsPerBuffer * program.DecodeUnit();
+    auto* out = reinterpret_cast<std::uint8_t*>(header->lpData);
+    const std::uint64_t firstFrame = framesToCome();
+    std::uint32_t programMs = 0;
+    if (!processing_.ChangesAudio()) {
+        program.DecodeBlock(out, room, &header->dwBufferLength);
+        programMs = frameBytes_ && sampleRate_
+                        ? static_cast<std::uint32_t>(std::uint64_t{header->dwBufferLength} / frameBytes_ *
+                                                     1000 / sampleRate_)
+                        : 0;
+    } else {
+        decoded_.resize(room);
+        while (processing_.AvailableBytes() < room && !processing_.Finished()) {
+            std::uint32_t length = 0;
+            program.DecodeBlock(decoded_.data(), room, &length);
+            if (length == 0)
+                processing_.Finish();
+            else
+                processing_.Feed(decoded_.data(), length);
+        }
+        const SpeechProcessing::Taken taken = processing_.Take(out, room);
+        header->dwBufferLength = taken.bytes;
+        programMs = taken.programMs;
+    }
+    if (header->dwBufferLength == 0)
+        return false;
+    if (sleepChoice_ != 0) {
+        const std::uint32_t end =
+            program.Position() - std::min(program.Position(), processing_.HeldProgramMs());
+        armSleepFade(end - std::min(end, programMs));
+        processing_.ApplyFade(out, header->dwBufferLength, firstFrame);
+    }
+    WAVEFORMATEX format{};
+    program.WaveFormat(&format);
+    queueHeard(format, header->dwBufferLength, programMs);
     return true;
 }
 
@@ -192,8 +293,21 @@ void AudioOutput::OnBufferDone(WPARAM device, WAVEHDR* header)
     if (MMRESULT result = wave_->UnprepareHeader(header, sizeof(WAVEHDR)); result != MMSYSERR_NOERROR)
         Trace("waveOutUnprepareHeader failed with error %d.", static_cast<int>(result));
     --queuedCount_;
-    if (!queuedMs_.empty())
-        queuedMs_.pop_front();
+    if (!queued_.empty()) {
+        framesPlayed_ += queued_.front().frames;
+        queued_.pop_front();
+    }
+    if (sleepChoice_ != 0 && framesPlayed_ >= sleepEndFrame_) {
+        // The timer has run out: it is over before the stop, which is the
+        // player's own and no control action.  Until the stop arrives the
+        // buffers still coming back are not refilled, as while draining, so
+        // nothing is heard past the end.
+        sleepChoice_ = 0;
+        processing_.ClearFade();
+        draining = true;
+        window_.PostMessage(Message::StopIfPlaying, 0, 0);
+        return;
+    }
     if (!draining) {
         ProgramFile* program = library_.Current();
         WAVEFORMATEX format{};
@@ -202,9 +316,7 @@ void AudioOutput::OnBufferDone(WPARAM device, WAVEHDR* header)
             return;
         }
         header->dwBufferLength = 0;
-        program->DecodeBlock(reinterpret_cast<std::uint8_t*>(header->lpData),
-                             kUnitsPerBuffer * program->DecodeUnit(), &header->dwBufferLength);
-        if (header->dwBufferLength == 0) {
+        if (!fillSlot(*program, header)) {
             // The end of the program.  The other buffers in flight come back
             // empty too, and a burst of them must not skip programs: one end
             // advances the library by one.
@@ -224,11 +336,11 @@ void AudioOutput::OnBufferDone(WPARAM device, WAVEHDR* header)
         if (result == MMSYSERR_NOERROR)
             result = wave_->Write(header, sizeof(WAVEHDR));
         if (result != MMSYSERR_NOERROR) {
+            queued_.pop_back();
             reportDeviceError(result);
             return;
         }
         ++queuedCount_;
-        queueHeard(format, header->dwBufferLength);
     }
     if (ProgramFile* program = library_.Current())
         markHeard(*program);
@@ -238,6 +350,12 @@ void AudioOutput::OnBufferDone(WPARAM device, WAVEHDR* header)
 
 bool AudioOutput::Stop()
 {
+    if (sleepChoice_ != 0 && sleepChoice_ != kSleepEndOfSection && waveOpen_) {
+        const std::uint64_t heard = heardFrame();
+        sleepLeftMs_ = sleepEndFrame_ > heard && sampleRate_
+                           ? static_cast<std::uint32_t>((sleepEndFrame_ - heard) * 1000 / sampleRate_)
+                           : 0;
+    }
     if (wave_) {
         if (MMRESULT result = wave_->Reset(); result != MMSYSERR_NOERROR)
             Trace("waveOutReset failed with error %d.", static_cast<int>(result));
@@ -259,53 +377,180 @@ bool AudioOutput::Stop()
     view_.RedrawDisplay();
     bool sought = false;
     if (ProgramFile* program = library_.Current()) {
+        noteStop(*program);
         // Rewind by what was decoded but not heard; the buffer-done notices of
         // the reset buffers are still waiting, so the queued count is exact.
         // A stop in the first seconds rewinds to 0: an unsigned difference
-        // would wrap to the end of the program.
+        // would wrap to the end of the program.  The rule is one second of
+        // program time per queued buffer at any speed, and what the speech
+        // chain still held was never queued, so it goes back too.
         std::uint32_t position = program->Position();
         std::uint32_t rewind =
-            kRewindPerQueuedBufferMs * static_cast<std::uint32_t>(std::max(queuedCount_, 0));
+            kRewindPerQueuedBufferMs * static_cast<std::uint32_t>(std::max(queuedCount_, 0)) +
+            processing_.HeldProgramMs();
         sought = program->Seek(position > rewind ? position - rewind : 0);
     } else {
         lastPositionMs = 0;
     }
     queuedCount_ = 0;
-    queuedMs_.clear();
+    queued_.clear();
+    processing_.Restart(sampleRate_, 1, SpeechProcessing::kNormalSpeed, false);
     return sought;
 }
 
-void AudioOutput::queueHeard(const WAVEFORMATEX& format, DWORD bytes)
+void AudioOutput::queueHeard(const WAVEFORMATEX& format, DWORD bytes, std::uint32_t programMs)
 {
     const std::uint64_t bytesPerSecond =
         std::uint64_t{format.nSamplesPerSec} * format.nChannels * format.wBitsPerSample / 8;
-    queuedMs_.push_back(bytesPerSecond ? static_cast<std::uint32_t>(bytes * 1000ull / bytesPerSecond) : 0);
+    const std::uint32_t playedMs =
+        bytesPerSecond ? static_cast<std::uint32_t>(bytes * 1000ull / bytesPerSecond) : 0;
+    queued_.push_back({playedMs, processing_.ChangesAudio() ? programMs : playedMs,
+                       frameBytes_ ? static_cast<std::uint32_t>(bytes / frameBytes_) : 0});
 }
 
 void AudioOutput::markHeard(const ProgramFile& program)
 {
-    // The read position is past every buffer in flight; the oldest of them
-    // starts to play now.
-    std::uint32_t ahead = 0;
-    for (std::uint32_t ms : queuedMs_)
-        ahead += ms;
+    // The read position is past every buffer in flight and what the speech
+    // chain holds; the oldest buffer starts to play now.
+    std::uint32_t ahead = processing_.HeldProgramMs();
+    for (const QueuedBuffer& buffer : queued_)
+        ahead += buffer.programMs;
     const std::uint32_t position = program.Position();
     heardMs_ = position > ahead ? position - ahead : 0;
     heardAt_ = std::chrono::steady_clock::now();
 }
 
-void AudioOutput::SavePlayingPosition()
+std::uint32_t AudioOutput::HeardPositionMs() const
 {
-    ProgramFile* program = library_.Current();
-    if (!waveOpen_ || seeking || draining || !program || queuedMs_.empty())
-        return;
+    if (queued_.empty())
+        return heardMs_;
     // Never past the end of the buffer now playing: a late device must not
     // make the record claim audio that was not heard.
     const auto elapsed =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - heardAt_);
-    const std::uint32_t playing =
-        std::min<std::uint32_t>(static_cast<std::uint32_t>(elapsed.count()), queuedMs_.front());
-    store_.SavePlayingPosition(*program, heardMs_ + playing);
+    const QueuedBuffer& front = queued_.front();
+    const std::uint32_t played =
+        std::min<std::uint32_t>(static_cast<std::uint32_t>(elapsed.count()), front.playedMs);
+    return heardMs_ + (front.playedMs ? static_cast<std::uint32_t>(std::uint64_t{played} * front.programMs /
+                                                                   front.playedMs)
+                                      : 0);
+}
+
+std::uint64_t AudioOutput::heardFrame() const
+{
+    if (queued_.empty())
+        return framesPlayed_;
+    const auto elapsed =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - heardAt_);
+    const std::uint64_t frames = static_cast<std::uint64_t>(elapsed.count()) * sampleRate_ / 1000;
+    return framesPlayed_ + std::min<std::uint64_t>(frames, queued_.front().frames);
+}
+
+std::uint64_t AudioOutput::framesToCome() const
+{
+    std::uint64_t frames = framesPlayed_;
+    for (const QueuedBuffer& buffer : queued_)
+        frames += buffer.frames;
+    return frames;
+}
+
+void AudioOutput::SavePlayingPosition()
+{
+    ProgramFile* program = library_.Current();
+    if (!waveOpen_ || seeking || draining || !program || queued_.empty())
+        return;
+    store_.SavePlayingPosition(*program, HeardPositionMs());
+}
+
+int AudioOutput::CurrentSpeedTenths() const
+{
+    const ProgramFile* program = library_.Current();
+    return program ? store_.ReadPlaySpeed(*program) : SpeechProcessing::kNormalSpeed;
+}
+
+void AudioOutput::SetSpeed(int tenths)
+{
+    ProgramFile* program = library_.Current();
+    if (!program || !SpeechProcessing::IsSpeed(tenths) || tenths == CurrentSpeedTenths())
+        return;
+    store_.SavePlaySpeed(*program, tenths);
+    if (waveOpen_)
+        reprime();
+}
+
+void AudioOutput::reprime()
+{
+    ProgramFile* program = library_.Current();
+    if (!program)
+        return;
+    const std::uint32_t heard = HeardPositionMs();
+    ResetAndDrain();
+    program->Seek(heard);
+    lastPositionMs = program->Position();
+    Prime();
+}
+
+void AudioOutput::SetSleepTimer(std::uint32_t choice)
+{
+    // Audio already faded in the queue must not play once the timer is off
+    // or further away.
+    const bool fadeQueued =
+        sleepChoice_ != 0 && waveOpen_ &&
+        framesToCome() + std::uint64_t{kSleepFadeMs} * sampleRate_ / 1000 > sleepEndFrame_;
+    sleepChoice_ = choice;
+    processing_.ClearFade();
+    if (choice != 0 && choice != kSleepEndOfSection) {
+        sleepLeftMs_ = choice * 60000;
+        sleepEndFrame_ = heardFrame() + std::uint64_t{sleepLeftMs_} * sampleRate_ / 1000;
+    }
+    if (choice == kSleepEndOfSection) {
+        if (ProgramFile* program = library_.Current())
+            sleepSectionEndMs_ = program->SectionEndMs(waveOpen_ ? HeardPositionMs() : program->Position());
+    }
+    if (fadeQueued)
+        reprime();
+}
+
+void AudioOutput::armSleepFade(std::uint32_t bufferStartMs)
+{
+    if (sleepChoice_ == kSleepEndOfSection) {
+        // Listening time to the section's end from this buffer's start, at the speed playing.
+        const std::uint64_t programLeftMs =
+            sleepSectionEndMs_ > bufferStartMs ? sleepSectionEndMs_ - bufferStartMs : 0;
+        sleepEndFrame_ =
+            framesToCome() + programLeftMs * sampleRate_ * SpeechProcessing::kNormalSpeed /
+                                 (1000ull * static_cast<std::uint64_t>(processing_.SpeedTenths()));
+    }
+    processing_.SetFade(sleepEndFrame_, std::uint64_t{kSleepFadeMs} * sampleRate_ / 1000);
+}
+
+std::optional<std::uint32_t> AudioOutput::SleepRemainingMs() const
+{
+    if (sleepChoice_ == 0)
+        return std::nullopt;
+    if (!waveOpen_) {
+        if (sleepChoice_ != kSleepEndOfSection)
+            return sleepLeftMs_;
+        const ProgramFile* program = library_.Current();
+        const std::uint32_t at = program ? program->Position() : 0;
+        return sleepSectionEndMs_ > at ? (sleepSectionEndMs_ - at) * SpeechProcessing::kNormalSpeed /
+                                             static_cast<std::uint32_t>(CurrentSpeedTenths())
+                                       : 0;
+    }
+    const std::uint64_t heard = heardFrame();
+    return sleepEndFrame_ > heard && sampleRate_
+               ? static_cast<std::uint32_t>((sleepEndFrame_ - heard) * 1000 / sampleRate_)
+               : 0;
+}
+
+bool AudioOutput::CancelSleepIfFading()
+{
+    if (sleepChoice_ == 0 || !waveOpen_)
+        return false;
+    if (heardFrame() + std::uint64_t{kSleepFadeMs} * sampleRate_ / 1000 < sleepEndFrame_)
+        return false;
+    SetSleepTimer(0);
+    return true;
 }
 
 void AudioOutput::ResetAndDrain()

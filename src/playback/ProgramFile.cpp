@@ -157,6 +157,15 @@ std::int32_t ProgramFile::CurrentSection() const
     return index;
 }
 
+std::uint32_t ProgramFile::SectionEndMs(std::uint32_t positionMs) const
+{
+    for (const Section& section : GetSections()) {
+        if (section.startMs > positionMs)
+            return section.startMs;
+    }
+    return durationMs;
+}
+
 bool ProgramFile::WaveFormat(WAVEFORMATEX* format) const
 {
     format->wFormatTag = WAVE_FORMAT_PCM;

@@ -50,6 +50,9 @@ public:
     std::uint32_t Position() const;
     std::int32_t SectionCount() const;
     std::int32_t CurrentSection() const;
+    // Where the section holding a position ends: the next section's start, or
+    // the end of the program.
+    std::uint32_t SectionEndMs(std::uint32_t positionMs) const;
     std::uint32_t DisplayPosition() const { return timeOffsetMs + Position(); }
     std::uint32_t DisplayLength() const { return timeOffsetMs + durationMs; }
 

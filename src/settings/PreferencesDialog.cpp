@@ -8,6 +8,7 @@
 #include "settings/SettingsStore.h"
 
 #include <QAbstractItemView>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QDialogButtonBox>
 #include <QGroupBox>
@@ -105,6 +106,21 @@ QComboBox* PreferencesDialog::MakePowerOffList()
     return list;
 }
 
+QWidget* PreferencesDialog::MakeListeningGroup()
+{
+    auto* group = new QGroupBox(LoadString(Str::PrefsListening));
+    auto* layout = new QVBoxLayout(group);
+    skipSilence_ = new QCheckBox(LoadString(Str::PrefsSkipSilence));
+    skipSilence_->setObjectName(QStringLiteral("skipSilence"));
+    skipSilence_->setChecked(settings_.GetSkipSilence() != 0);
+    smartRewind_ = new QCheckBox(LoadString(Str::PrefsSmartRewind));
+    smartRewind_->setObjectName(QStringLiteral("smartRewind"));
+    smartRewind_->setChecked(settings_.GetSmartRewind() != 0);
+    layout->addWidget(skipSilence_);
+    layout->addWidget(smartRewind_);
+    return group;
+}
+
 void PreferencesDialog::BuildPocketPc()
 {
     powerOff_ = MakePowerOffList();
@@ -135,6 +151,7 @@ void PreferencesDialog::BuildPocketPc()
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(power);
     layout->addWidget(volume);
+    layout->addWidget(MakeListeningGroup());
     layout->addStretch();
     layout->addWidget(buttons);
 
@@ -182,6 +199,7 @@ void PreferencesDialog::BuildSmartphone(bool showPowerOff)
     volumeRow->addWidget(slider_, 1);
     volumeRow->addWidget(percent_);
     content->addLayout(volumeRow);
+    content->addWidget(MakeListeningGroup());
     content->addStretch();
 
     // The soft-key bar: "Done" on the left key.
@@ -229,6 +247,8 @@ void PreferencesDialog::reject()
 void PreferencesDialog::StoreAndClose(int commandId)
 {
     settings_.SetVolumePercent(static_cast<DWORD>(slider_->value()));
+    settings_.SetSkipSilence(skipSilence_->isChecked() ? 1 : 0);
+    settings_.SetSmartRewind(smartRewind_->isChecked() ? 1 : 0);
     if (powerOffShown_) {
         constexpr DWORD kNoSelection = 30;
         settings_.SetPowerOffTime(neverOff_->isChecked()

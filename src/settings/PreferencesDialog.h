@@ -23,8 +23,12 @@
 // - The dialog ends with the command's id: IDOK (1), 57697 (Done) or
 //   IDCANCEL (2); Cancel stores nothing.
 // - A stored value that is not in a list selects the list's first position.
+// - Both layouts end with a group "Listening" of two check boxes, "Shorten
+//   long silences" and "Go back a little after a pause", stored by OK and
+//   Done like the rest.
 #include <QDialog>
 
+class QCheckBox;
 class QComboBox;
 class QLabel;
 class QRadioButton;
@@ -49,6 +53,7 @@ private:
     void BuildPocketPc();
     void BuildSmartphone(bool showPowerOff);
     QComboBox* MakePowerOffList();
+    QWidget* MakeListeningGroup();
     void OnSliderMoved(int percent);
     void StoreAndClose(int commandId);
 
@@ -61,6 +66,8 @@ private:
     QComboBox* jumpBack_ = nullptr;
     QRadioButton* neverOff_ = nullptr;
     QRadioButton* offAfter_ = nullptr;
+    QCheckBox* skipSilence_ = nullptr;
+    QCheckBox* smartRewind_ = nullptr;
 };
 
 } // namespace talvo

@@ -41,6 +41,11 @@ public:
     DWORD GetFirstTimeRun() const { return GetDword(Setting::FirstTimeRun); }
     RegStatus SetFirstTimeRun(DWORD marker) { return SetDword(Setting::FirstTimeRun, marker); }
 
+    DWORD GetSkipSilence() const { return GetDword(Setting::SkipSilence); }
+    RegStatus SetSkipSilence(DWORD on) { return SetDword(Setting::SkipSilence, on); }
+    DWORD GetSmartRewind() const { return GetDword(Setting::SmartRewind); }
+    RegStatus SetSmartRewind(DWORD on) { return SetDword(Setting::SmartRewind, on); }
+
     // Empty when absent, not a string, or longer than kLastProgramMaxChars.
     QString GetLastProgram() const;
     RegStatus SetLastProgram(const QString& path);

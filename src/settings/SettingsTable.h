@@ -50,6 +50,12 @@ inline constexpr SettingDef PowerOffTime{u"Power Off Time", REG_DWORD, 30, 30, k
 inline constexpr SettingDef FirstTimeRun{u"First Time Run", REG_DWORD, 0, 0, 2};
 // Full path of the program that was open last; no default (empty).
 inline constexpr SettingDef LastProgram{u"Last Program", REG_SZ, 0, 0, 0};
+// Listening aids beyond the handheld's settings; each is off (0) when absent,
+// which plays every program exactly as the handheld did.
+// 1: gaps of silence longer than half a second play as a quarter second.
+inline constexpr SettingDef SkipSilence{u"Skip Silence", REG_DWORD, 0, 0, 1};
+// 1: playing again after a pause of over a minute starts a few seconds earlier.
+inline constexpr SettingDef SmartRewind{u"Smart Rewind", REG_DWORD, 0, 0, 1};
 } // namespace Setting
 
 constexpr bool DefaultInRange(const SettingDef& s)
@@ -57,7 +63,8 @@ constexpr bool DefaultInRange(const SettingDef& s)
     return s.defaultValue >= s.minimum && s.defaultValue <= s.maximum;
 }
 static_assert(DefaultInRange(Setting::Volume) && DefaultInRange(Setting::JumpBack) &&
-              DefaultInRange(Setting::PowerOffTime) && DefaultInRange(Setting::FirstTimeRun));
+              DefaultInRange(Setting::PowerOffTime) && DefaultInRange(Setting::FirstTimeRun) &&
+              DefaultInRange(Setting::SkipSilence) && DefaultInRange(Setting::SmartRewind));
 
 // "Last Program" is read into room for this many characters, terminator included.
 inline constexpr DWORD kLastProgramMaxChars = 260;

@@ -505,6 +505,18 @@ void SkinnedDisplay::composeSection()
         painter.fillRect(skin_->section.rect.ToQRect(), fill);
     drawText(painter, skin_->section, skin_->programTitleSmallFont, skin_->programTitleTextColor,
              SectionText(), Qt::AlignLeft | Qt::AlignVCenter);
+    if (!content_.listening.isEmpty())
+        drawText(painter, skin_->section, skin_->programTitleSmallFont, skin_->programTitleTextColor,
+                 content_.listening, Qt::AlignRight | Qt::AlignVCenter);
+}
+
+void SkinnedDisplay::SetListening(const QString& text)
+{
+    if (text == content_.listening)
+        return;
+    content_.listening = text;
+    if (skin_)
+        composeSection();
 }
 
 void SkinnedDisplay::composePartial()

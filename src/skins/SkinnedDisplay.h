@@ -38,6 +38,8 @@ struct DisplayContent {
     bool partial = false; // the file holds a part of a longer program
     QImage cover;         // null: none
     bool playing = false;
+    // The listening aids in use (speed, sleep timer's time left); empty: none.
+    QString listening;
 };
 
 class SkinnedDisplay final : public QWidget {
@@ -57,6 +59,8 @@ public:
     void SetContent(const DisplayContent& content);
     // Only the position and the section.
     void SetPosition(std::uint32_t positionMs, int section, int sectionCount);
+    // Only the listening aids' text, drawn at the right of the section area.
+    void SetListening(const QString& text);
     // percent < 0 hides the volume display.
     void ShowVolume(int percent);
     // The pressed or normal look of a command's button (the play button is
@@ -87,6 +91,7 @@ public:
     QString TimeText() const;
     QString TotalText() const;
     QString SectionText() const;
+    QString ListeningText() const { return content_.listening; }
     QRect GlobalRectOfButton(std::size_t index);
     void TapButton(std::size_t index);
 

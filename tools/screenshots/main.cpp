@@ -19,6 +19,8 @@
 #include "library/ProgramListDialog.h"
 #include "platform/Registry.h"
 #include "playback/ProgramFile.h"
+#include "settings/PreferencesDialog.h"
+#include "settings/SettingsStore.h"
 #include "skins/SkinDialog.h"
 #include "skins/SkinResolution.h"
 #include "skins/SkinnedDisplay.h"
@@ -27,6 +29,8 @@
 #include <QDir>
 #include <QDirIterator>
 #include <QElapsedTimer>
+#include <QMenu>
+#include <QPushButton>
 #include <QTemporaryDir>
 #include <QTimer>
 #include <cstdio>
@@ -121,6 +125,63 @@ int main(int argc, char** argv)
             failures += !save(display, base + "-volume.png");
             frame.SendCommand(Command::PlayStop);
             frame.close();
+        }
+    }
+
+    // The listening aids: the display with a speed and a sleep timer, the
+    // menus that set them, and Preferences in both layouts.
+    {
+        qputenv("TALVOPLAYER_SCREEN", "480x640");
+        CMainFrame frame({*registry, programFolder, QString(), makeWaveOut});
+        frame.show();
+        settle(300);
+        if (ProgramFile* program = frame.Library().Current()) {
+            program->Seek(kShownPositionMs);
+            frame.RedrawPosition();
+        }
+        frame.SendCommand(Command::SpeedBase + 15);
+        frame.SendCommand(Command::SleepBase + 30);
+        frame.SendCommand(Command::PlayStop);
+        settle();
+        SkinnedDisplay& display = frame.Display();
+        display.resize(display.sizeHint());
+        failures += !save(display, out + "/listening-playing.png");
+        frame.SendCommand(Command::PlayStop);
+        frame.SendCommand(Command::SleepOff);
+        frame.SendCommand(Command::SpeedBase + 10);
+        const auto saveMenu = [&](QMenu* menu, const QString& name) {
+            menu->popup(QPoint(0, 0));
+            settle();
+            failures += !save(*menu, out + "/" + name);
+            menu->hide();
+        };
+        for (QPushButton* key : frame.findChildren<QPushButton*>()) {
+            if (key->menu())
+                saveMenu(key->menu(), QStringLiteral("menu-softkey.png"));
+        }
+        // The soft-key menu and the full menu share their listening submenus' look.
+        const std::pair<int, const char*> submenus[] = {{Str::MenuListening, "menu-listening.png"},
+                                                        {Str::MenuSpeed, "menu-speed.png"},
+                                                        {Str::MenuSleepTimer, "menu-sleep-timer.png"}};
+        for (auto [title, name] : submenus) {
+            for (QMenu* menu : frame.findChildren<QMenu*>()) {
+                if (menu->title() == LoadString(title)) {
+                    saveMenu(menu, QString::fromLatin1(name));
+                    break;
+                }
+            }
+        }
+        frame.close();
+        SettingsStore settings(*registry);
+        for (int platform : {0, 1}) {
+            PreferencesDialog dialog(settings, platform, 5);
+            dialog.setWindowState(Qt::WindowNoState);
+            dialog.resize(platform == 1 ? QSize(240, 320) : QSize(480, 640));
+            dialog.show();
+            settle();
+            failures +=
+                !save(dialog, out + (platform == 1 ? "/preferences-smartphone.png" : "/preferences.png"));
+            dialog.reject();
         }
     }
 

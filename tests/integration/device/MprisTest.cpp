@@ -7,6 +7,7 @@
 
 #include <QBuffer>
 #include <QDBusObjectPath>
+#include <QDBusVariant>
 #include <QImage>
 #include <QUrl>
 
@@ -171,6 +172,34 @@ TEST_F(MprisTest, MetadataDescribesTheProgramAndVolumeRoundTrips)
     playerctl({QStringLiteral("volume"), QStringLiteral("0.25")});
     EXPECT_NEAR(SettingsStore(*registry_).GetVolume(), 16384, 1);
     EXPECT_NEAR(playerctl({QStringLiteral("volume")}).toDouble(), 0.25, 0.001);
+}
+
+TEST_F(MprisTest, RateIsTheProgramsSpeedWithinItsRange)
+{
+    const QString properties = QStringLiteral("org.freedesktop.DBus.Properties");
+    auto get = [&](const QString& name) {
+        QDBusMessage call =
+            QDBusMessage::createMethodCall(kService, kPath, properties, QStringLiteral("Get"));
+        call << kPlayer << name;
+        QDBusPendingCall pending = bus_.Connection().asyncCall(call);
+        EXPECT_TRUE(pump([&] { return pending.isFinished(); }));
+        return pending.reply().arguments().value(0).value<QDBusVariant>().variant().toDouble();
+    };
+    auto set = [&](double rate) {
+        QDBusMessage call =
+            QDBusMessage::createMethodCall(kService, kPath, properties, QStringLiteral("Set"));
+        call << kPlayer << QStringLiteral("Rate") << QVariant::fromValue(QDBusVariant(rate));
+        QDBusPendingCall pending = bus_.Connection().asyncCall(call);
+        EXPECT_TRUE(pump([&] { return pending.isFinished(); }));
+    };
+    EXPECT_DOUBLE_EQ(get(QStringLiteral("Rate")), 1.0);
+    EXPECT_DOUBLE_EQ(get(QStringLiteral("MinimumRate")), 0.5);
+    EXPECT_DOUBLE_EQ(get(QStringLiteral("MaximumRate")), 3.0);
+    set(1.46);
+    EXPECT_EQ(frame_->Audio().CurrentSpeedTenths(), 15);
+    EXPECT_DOUBLE_EQ(get(QStringLiteral("Rate")), 1.5);
+    set(9.0);
+    EXPECT_DOUBLE_EQ(get(QStringLiteral("Rate")), 3.0);
 }
 
 } // namespace
