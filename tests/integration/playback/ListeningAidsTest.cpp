@@ -9,6 +9,9 @@
 
 #include <QDateTime>
 #include <QFile>
+#include <QMenu>
+#include <QMenuBar>
+#include <QPushButton>
 #include <cmath>
 #include <numbers>
 
@@ -138,6 +141,35 @@ TEST_F(ListeningAids, TheSpeedIsKeptPerProgramAndAbsentMeansNormal)
     EXPECT_EQ(frame_->Audio().CurrentSpeedTenths(), 10);
 }
 
+TEST_F(ListeningAids, TheMenusEndWithSpeedAndSleepTimerAfterEveryDesignedItem)
+{
+    WritePcmProgram(musicPath("Author/Book/book.zq"), "book", 20);
+    startPlayer();
+    QMenu* softKeys = nullptr;
+    for (QPushButton* key : frame_->findChildren<QPushButton*>())
+        softKeys = key->menu() ? key->menu() : softKeys;
+    ASSERT_TRUE(softKeys);
+    const QList<QAction*> items = softKeys->actions();
+    ASSERT_GE(items.size(), 3);
+    EXPECT_EQ(items[items.size() - 3]->text(), "Exit");
+    EXPECT_EQ(items[items.size() - 2]->text(), "Speed");
+    EXPECT_EQ(items.back()->text(), "Sleep Timer");
+    const QList<QAction*> popups = frame_->findChild<QMenuBar*>()->actions();
+    EXPECT_EQ(popups[popups.size() - 2]->text(), "Help");
+    EXPECT_EQ(popups.back()->text(), "Listening");
+
+    QMenu* speeds = items[items.size() - 2]->menu();
+    ASSERT_EQ(speeds->actions().size(), 26);
+    EXPECT_EQ(speeds->actions().front()->text(), "0.5x");
+    speeds->actions()[10]->trigger();
+    EXPECT_EQ(frame_->Audio().CurrentSpeedTenths(), 15);
+    QMenu* sleep = items.back()->menu();
+    sleep->actions().back()->trigger();
+    EXPECT_TRUE(frame_->Audio().SleepRemainingMs());
+    sleep->actions().front()->trigger();
+    EXPECT_FALSE(frame_->Audio().SleepRemainingMs());
+}
+
 TEST_F(ListeningAids, AStopAtTwiceTheSpeedRewindsInProgramTimeAndKeepsWhatWasHeard)
 {
     WritePcmProgram(musicPath("Author/Book/book.zq"), "book", 120);
@@ -189,6 +221,26 @@ TEST_F(ListeningAids, TheSleepTimerFadesTheLastTenSecondsThenStopsAsStopDoes)
     DWORD kept = 0;
     ASSERT_TRUE(ProgramStateStore(*registry_).ReadPlayPosition(key, &kept));
     EXPECT_EQ(kept, stopped);
+}
+
+TEST_F(ListeningAids, TheEndOfTheSectionFadesAndStopsAtTheSectionsEnd)
+{
+    WritePcmProgram(musicPath("Author/Book/book.zq"), "book", 90, {0, 40000}, {1000, 1, 10000});
+    const QString capture = device_.path("played.wav");
+    SettingsStore(*registry_).SetVolume(65535);
+    startPlayer([&] { return CreateWaveOut(("capture:" + capture + ":max").toStdString()); });
+    current().Seek(10000);
+    frame_->SendCommand(Command::SleepEndOfSection);
+    EXPECT_EQ(frame_->Display().ListeningText(), "Sleep 00:30");
+    frame_->SendCommand(Command::PlayStop);
+    ASSERT_TRUE(pump([&] { return !frame_->Audio().IsPlaying(); }, 60000));
+
+    // From 10 s: 20 s at full level, the ramp to 40 s, then nothing.
+    const std::vector<std::int16_t> played = capturedSamples(capture);
+    ASSERT_GE(played.size(), 30000u);
+    EXPECT_NEAR(played[19000], 10000 + 29 * 7, 5);
+    EXPECT_NEAR(played[25000], (10000 + 35 * 7) / 2, 5);
+    EXPECT_TRUE(std::all_of(played.begin() + 30000, played.end(), [](std::int16_t s) { return s == 0; }));
 }
 
 TEST_F(ListeningAids, AControlActionDuringTheFadeCancelsItAndPlaysAtFullLevelAgain)
