@@ -6,6 +6,7 @@
 #include "platform/MessageBox.h"
 #include "skins/SkinnedDisplayAccessible.h"
 
+#include <QFontInfo>
 #include <QFontMetrics>
 #include <QMouseEvent>
 #include <QPaintEvent>
@@ -398,9 +399,22 @@ void SkinnedDisplay::composeButton(std::size_t index)
     showArea(area);
 }
 
+void SkinnedDisplay::fitFontToWidth(QPainter& painter, const QString& text, int width)
+{
+    // Smaller by a tenth at a time, never below what stays readable.
+    constexpr double kStep = 0.9;
+    constexpr int kSmallestPixels = 8;
+    QFont font = painter.font();
+    if (font.pixelSize() <= 0)
+        font.setPixelSize(QFontInfo(font).pixelSize());
+    while (QFontMetrics(font).horizontalAdvance(text) > width && font.pixelSize() > kSmallestPixels)
+        font.setPixelSize(std::max(kSmallestPixels, static_cast<int>(font.pixelSize() * kStep)));
+    painter.setFont(font);
+}
+
 void SkinnedDisplay::drawText(QPainter& painter, const SkinTextArea& area,
                               const std::optional<SkinFont>& font, SkinColor color, const QString& text,
-                              Qt::Alignment alignment)
+                              Qt::Alignment alignment, bool shrinkToFit)
 {
     const QRect rect = area.rect.ToQRect();
     if (rect.isEmpty() || text.isEmpty())
@@ -409,6 +423,8 @@ void SkinnedDisplay::drawText(QPainter& painter, const SkinTextArea& area,
     painter.setClipRect(rect);
     if (font)
         painter.setFont(font->ToQFont());
+    if (shrinkToFit)
+        fitFontToWidth(painter, text, rect.width());
     const QColor pen = ToQColor(color);
     painter.setPen(pen.isValid() ? pen : QColor(Qt::black));
     painter.drawText(rect, int(alignment) | Qt::TextSingleLine, text);
@@ -503,11 +519,12 @@ void SkinnedDisplay::composeSection()
     const QColor fill = ToQColor(skin_->section.backgroundColor);
     if (fill.isValid())
         painter.fillRect(skin_->section.rect.ToQRect(), fill);
-    drawText(painter, skin_->section, skin_->programTitleSmallFont, skin_->programTitleTextColor,
-             SectionText(), Qt::AlignLeft | Qt::AlignVCenter);
+    // The listening aids follow the section on its line, after a gap.
+    QString text = SectionText();
     if (!content_.listening.isEmpty())
-        drawText(painter, skin_->section, skin_->programTitleSmallFont, skin_->programTitleTextColor,
-                 content_.listening, Qt::AlignRight | Qt::AlignVCenter);
+        text = text.isEmpty() ? content_.listening : text + QStringLiteral("   ") + content_.listening;
+    drawText(painter, skin_->section, skin_->programTitleSmallFont, skin_->programTitleTextColor, text,
+             Qt::AlignLeft | Qt::AlignVCenter, !content_.listening.isEmpty());
 }
 
 void SkinnedDisplay::SetListening(const QString& text)

@@ -59,7 +59,7 @@ public:
     void SetContent(const DisplayContent& content);
     // Only the position and the section.
     void SetPosition(std::uint32_t positionMs, int section, int sectionCount);
-    // Only the listening aids' text, drawn at the right of the section area.
+    // Only the listening aids' text, drawn after the section on its line.
     void SetListening(const QString& text);
     // percent < 0 hides the volume display.
     void ShowVolume(int percent);
@@ -119,7 +119,8 @@ private:
     void composeCover();
     void composeVolume();
     void drawText(QPainter& painter, const SkinTextArea& area, const std::optional<SkinFont>& font,
-                  SkinColor color, const QString& text, Qt::Alignment alignment);
+                  SkinColor color, const QString& text, Qt::Alignment alignment, bool shrinkToFit = false);
+    static void fitFontToWidth(QPainter& painter, const QString& text, int width);
     void updateTitleScroll();
     void showArea(const QRect& layoutArea);
 
