@@ -189,6 +189,28 @@ TEST_F(ListeningAids, AStopAtTwiceTheSpeedRewindsInProgramTimeAndKeepsWhatWasHea
     EXPECT_GE(current().Position(), heard);
 }
 
+TEST_F(ListeningAids, ASpeedChangeWhilePlayingGoesOnFromThePositionHeard)
+{
+    WritePcmProgram(musicPath("Author/Book/book.zq"), "book", 120);
+    startPlayer();
+    frame_->SendCommand(Command::PlayStop);
+    // Three 2-second buffers heard at 1.0x, read 8 s ahead of them.
+    completeBuffers(3);
+    ASSERT_EQ(current().Position(), 14000u);
+    ASSERT_NEAR(frame_->Audio().HeardPositionMs(), 6000, 50);
+
+    frame_->SendCommand(Command::SpeedBase + 20);
+    EXPECT_TRUE(frame_->Audio().IsPlaying());
+    EXPECT_NEAR(frame_->Audio().HeardPositionMs(), 6000, 50);
+    // Two buffers of 2.5 s at 2.0x are 10 s of the program.
+    completeBuffers(2);
+    EXPECT_NEAR(frame_->Audio().HeardPositionMs(), 16000, 300);
+    frame_->SendCommand(Command::SpeedBase + 10);
+    EXPECT_NEAR(frame_->Audio().HeardPositionMs(), 16000, 300);
+    completeBuffers(1);
+    EXPECT_NEAR(frame_->Audio().HeardPositionMs(), 18000, 300);
+}
+
 TEST_F(ListeningAids, TheSleepTimerFadesTheLastTenSecondsThenStopsAsStopDoes)
 {
     // A constant level at 1000 Hz, long enough for the shortest timer.
