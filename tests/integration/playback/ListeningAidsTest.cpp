@@ -118,6 +118,24 @@ TEST_F(ListeningAids, TwiceTheSpeedPlaysHalfAsLongAtThePitchOfTheProgram)
     EXPECT_EQ(frame_->Display().ListeningText(), "2.0x");
 }
 
+TEST_F(ListeningAids, BackAtNormalSpeedThePlayedAudioIsTheProgramsToTheBit)
+{
+    // The sample pattern of a generated program: second s, sample i.
+    WritePcmProgram(musicPath("Author/Book/book.zq"), "book", 11);
+    const QString capture = device_.path("played.wav");
+    SettingsStore(*registry_).SetVolume(65535);
+    startPlayer([&] { return CreateWaveOut(("capture:" + capture + ":max").toStdString()); });
+    frame_->SendCommand(Command::SpeedBase + 20);
+    frame_->SendCommand(Command::SpeedBase + 10);
+    EXPECT_EQ(recordValue(*registry_, current().Key(), ProgramRecord::kPlaySpeed), 10u);
+
+    const std::vector<std::int16_t> played = playToTheEnd(capture);
+    // Whole buffers of two one-second blocks; the final partial one is dropped as always.
+    ASSERT_EQ(played.size(), 10000u);
+    for (std::size_t i = 0; i < played.size(); ++i)
+        ASSERT_EQ(played[i], static_cast<std::int16_t>(i / 1000 * 7 + i % 5)) << i;
+}
+
 TEST_F(ListeningAids, TheSpeedIsKeptPerProgramAndAbsentMeansNormal)
 {
     WritePcmProgram(musicPath("Author/A/a.zq"), "a", 20);

@@ -7,6 +7,7 @@
 #include "tests/support/TestDevice.h"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QDir>
 #include <QLabel>
@@ -167,6 +168,29 @@ TEST_F(PreferencesDialogTest, SmartphoneLayoutAndDone)
     EXPECT_EQ(dialog.result(), Command::PreferencesDone);
     EXPECT_EQ(store_->GetJumpBack(), 10u);
     EXPECT_EQ(store_->GetPowerOffTime(), 60u);
+}
+
+TEST_F(PreferencesDialogTest, TheListeningAidsAreOffUnlessStoredAndKeptOnlyByOkOrDone)
+{
+    EXPECT_EQ(store_->GetSkipSilence(), 0u);
+    EXPECT_EQ(store_->GetSmartRewind(), 0u);
+    store_->SetSmartRewind(1);
+    for (int platform : {kPocketPc, kSmartphone}) {
+        PreferencesDialog dialog(*store_, platform, 5);
+        auto* skip = Child<QCheckBox>(dialog, "skipSilence");
+        auto* rewind = Child<QCheckBox>(dialog, "smartRewind");
+        EXPECT_FALSE(skip->isChecked());
+        EXPECT_TRUE(rewind->isChecked());
+        skip->setChecked(true);
+        dialog.reject();
+        EXPECT_EQ(store_->GetSkipSilence(), 0u);
+    }
+    PreferencesDialog dialog(*store_, kSmartphone, 5);
+    Child<QCheckBox>(dialog, "skipSilence")->setChecked(true);
+    Child<QCheckBox>(dialog, "smartRewind")->setChecked(false);
+    Child<QPushButton>(dialog, "doneButton")->click();
+    EXPECT_EQ(store_->GetSkipSilence(), 1u);
+    EXPECT_EQ(store_->GetSmartRewind(), 0u);
 }
 
 TEST_F(PreferencesDialogTest, SmartphoneWithoutThePowerOffListLeavesItAlone)
