@@ -4,7 +4,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <vector>
 
 namespace zqx {
 
@@ -47,6 +49,34 @@ private:
     std::string target;
     std::string temporary;
     int fd = -1;
+};
+
+// A nameless scratch file in the folder of a given path: it takes bytes in order
+// and gives them back from the start, so data as long as a program need not sit
+// in memory.  It has no name from the start (or loses it at once where the file
+// system cannot make nameless files), so nothing is left behind by a crash.
+class SpoolFile {
+public:
+    SpoolFile() = default;
+    ~SpoolFile();
+    SpoolFile(const SpoolFile&) = delete;
+    SpoolFile& operator=(const SpoolFile&) = delete;
+
+    // Opens an empty spool beside path: ZQX_OK, ZQX_ERR_NO_FILE or ZQX_ERR_IO.
+    int Open(const std::string& besidePath);
+    int Append(const void* data, size_t size);
+    uint64_t Size() const { return size; }
+    // Hands everything appended to sink, in order, in pieces; the first status
+    // other than ZQX_OK (from sink or a read) ends it and is returned.
+    int ReadBack(const std::function<int(const uint8_t*, size_t)>& sink);
+    void Close();
+
+private:
+    int Flush();
+
+    int fd = -1;
+    uint64_t size = 0;
+    std::vector<uint8_t> pending;
 };
 
 } // namespace zqx

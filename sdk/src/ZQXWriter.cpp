@@ -23,8 +23,15 @@ struct CZQXWriter::Impl {
         std::vector<uint8_t> bytes;
     };
     std::vector<Picture> pictures;
-    std::vector<uint8_t> audio;
-    std::vector<PacketEntry> packets;
+    // Packets go to disk as they come, so memory does not grow with the
+    // program: the audio and the index entries after the first (which the
+    // pre-skip may still change) wait in spool files until Finish copies them
+    // behind the chunks that must precede them.
+    SpoolFile audio;
+    SpoolFile laterIndexEntries;
+    PacketEntry firstPacket;
+    uint32_t packetCount = 0;
+    uint32_t audioCrc = 0;
     uint64_t totalSamples = 0;
 
     int SetText(std::string& field, const std::string& text)
@@ -37,16 +44,27 @@ struct CZQXWriter::Impl {
         return ZQX_OK;
     }
     int Write(const ByteSink& sink) { return file.Write(sink.bytes.data(), sink.bytes.size()); }
-    int WriteChunk(uint32_t tag, const std::vector<uint8_t>& payload, uint32_t crc)
+    int WriteChunkHeader(uint32_t tag, uint64_t payloadBytes, uint32_t crc)
     {
         ByteSink header;
         header.U32(tag);
         header.U32(crc);
-        header.U64(payload.size());
-        if (const int rc = Write(header); rc != ZQX_OK)
-            return rc;
-        return file.Write(payload.data(), payload.size());
+        header.U64(payloadBytes);
+        return Write(header);
     }
+    int WriteChunk(uint32_t tag, const ByteSink& payload)
+    {
+        const std::vector<uint8_t>& b = payload.bytes;
+        if (const int rc = WriteChunkHeader(tag, b.size(), Crc32(0, b.data(), b.size())); rc != ZQX_OK)
+            return rc;
+        return Write(payload);
+    }
+    int CopySpool(SpoolFile& spool)
+    {
+        return spool.ReadBack([this](const uint8_t* data, size_t size) { return file.Write(data, size); });
+    }
+    int AppendPacket(const uint8_t* data, uint32_t size, uint32_t sampleCount);
+    int WriteIndex();
     int Finish();
 };
 
@@ -82,8 +100,16 @@ int CZQXWriter::Create(const std::string& path, int32_t fileType, uint32_t sampl
             return ZQX_ERR_BAD_ARGUMENT;
         if (const int rc = CheckStreamFormat(fileType, sampleRate, channels); rc != ZQX_OK)
             return rc;
-        if (const int rc = impl->file.Begin(path); rc != ZQX_OK)
+        int rc = impl->file.Begin(path);
+        if (rc == ZQX_OK)
+            rc = impl->audio.Open(path);
+        if (rc == ZQX_OK)
+            rc = impl->laterIndexEntries.Open(path);
+        if (rc != ZQX_OK) {
+            impl->file.Abort();
+            impl->audio.Close();
             return rc;
+        }
         impl->info.fileType = fileType;
         impl->info.sampleRate = sampleRate;
         impl->info.channels = channels;
@@ -178,15 +204,34 @@ int CZQXWriter::AddPacket(const uint8_t* data, uint32_t size, uint32_t sampleCou
             return ZQX_ERR_STATE;
         if (!data || !PacketShapeValid(impl->info, size, sampleCount, 0))
             return ZQX_ERR_BAD_ARGUMENT;
-        PacketEntry e;
-        e.bytes = static_cast<uint16_t>(size);
-        e.samples = static_cast<uint16_t>(sampleCount);
-        e.crc = Crc32(0, data, size);
-        impl->packets.push_back(e);
-        impl->audio.insert(impl->audio.end(), data, data + size);
-        impl->totalSamples += sampleCount;
-        return ZQX_OK;
+        if (impl->packetCount == UINT32_MAX)
+            return ZQX_ERR_OUT_OF_RANGE;
+        return impl->AppendPacket(data, size, sampleCount);
     });
+}
+
+int CZQXWriter::Impl::AppendPacket(const uint8_t* data, uint32_t size, uint32_t sampleCount)
+{
+    PacketEntry e;
+    e.bytes = static_cast<uint16_t>(size);
+    e.samples = static_cast<uint16_t>(sampleCount);
+    e.crc = Crc32(0, data, size);
+    if (packetCount == 0) {
+        firstPacket = e;
+    } else {
+        uint8_t entry[format::kIndexEntryBytes];
+        StoreLe16(entry, e.bytes);
+        StoreLe16(entry + 2, e.samples);
+        StoreLe32(entry + 4, e.crc);
+        if (const int rc = laterIndexEntries.Append(entry, sizeof entry); rc != ZQX_OK)
+            return rc;
+    }
+    if (const int rc = audio.Append(data, size); rc != ZQX_OK)
+        return rc;
+    audioCrc = Crc32(audioCrc, data, size);
+    totalSamples += sampleCount;
+    ++packetCount;
+    return ZQX_OK;
 }
 
 int CZQXWriter::AddPcm16(const int16_t* samples, size_t frameCount)
@@ -212,14 +257,35 @@ int CZQXWriter::AddPcm16(const int16_t* samples, size_t frameCount)
     });
 }
 
+// The index payload is its count and first entry, known only now, followed by
+// the spooled entries: its checksum takes one pass over the spool, the copy another.
+int CZQXWriter::Impl::WriteIndex()
+{
+    ByteSink head;
+    head.U32(packetCount);
+    head.U16(firstPacket.bytes);
+    head.U16(firstPacket.samples);
+    head.U32(firstPacket.crc);
+    uint32_t crc = Crc32(0, head.bytes.data(), head.bytes.size());
+    int rc = laterIndexEntries.ReadBack([&crc](const uint8_t* data, size_t size) {
+        crc = Crc32(crc, data, size);
+        return ZQX_OK;
+    });
+    if (rc == ZQX_OK)
+        rc = WriteChunkHeader(format::kTagIndex, head.bytes.size() + laterIndexEntries.Size(), crc);
+    if (rc == ZQX_OK)
+        rc = Write(head);
+    return rc == ZQX_OK ? CopySpool(laterIndexEntries) : rc;
+}
+
 int CZQXWriter::Impl::Finish()
 {
-    if (packets.empty())
+    if (packetCount == 0)
         return ZQX_ERR_BAD_ARGUMENT;
     // The first packet delivers what its pre-skip leaves.
-    if (info.preSkip >= packets.front().samples)
+    if (info.preSkip >= firstPacket.samples)
         return ZQX_ERR_BAD_ARGUMENT;
-    packets.front().samples = static_cast<uint16_t>(packets.front().samples - info.preSkip);
+    firstPacket.samples = static_cast<uint16_t>(firstPacket.samples - info.preSkip);
     info.totalSamples = totalSamples - info.preSkip;
     info.lengthMs = SamplesToMs(info.totalSamples, info.sampleRate);
     std::stable_sort(info.sections.begin(), info.sections.end(),
@@ -266,28 +332,19 @@ int CZQXWriter::Impl::Finish()
         pictureChunk.Bytes(p.bytes.data(), p.bytes.size());
     }
 
-    ByteSink index;
-    index.U32(static_cast<uint32_t>(packets.size()));
-    for (const PacketEntry& e : packets) {
-        index.U16(e.bytes);
-        index.U16(e.samples);
-        index.U32(e.crc);
-    }
-
-    const auto crcOf = [](const ByteSink& s) {
-        return Crc32(0, s.bytes.data(), s.bytes.size());
-    };
     int rc = Write(header);
     if (rc == ZQX_OK)
-        rc = WriteChunk(format::kTagMetadata, meta.bytes, crcOf(meta));
+        rc = WriteChunk(format::kTagMetadata, meta);
     if (rc == ZQX_OK)
-        rc = WriteChunk(format::kTagSections, sections.bytes, crcOf(sections));
+        rc = WriteChunk(format::kTagSections, sections);
     if (rc == ZQX_OK)
-        rc = WriteChunk(format::kTagPictures, pictureChunk.bytes, crcOf(pictureChunk));
+        rc = WriteChunk(format::kTagPictures, pictureChunk);
     if (rc == ZQX_OK)
-        rc = WriteChunk(format::kTagIndex, index.bytes, crcOf(index));
+        rc = WriteIndex();
     if (rc == ZQX_OK)
-        rc = WriteChunk(format::kTagAudio, audio, Crc32(0, audio.data(), audio.size()));
+        rc = WriteChunkHeader(format::kTagAudio, audio.Size(), audioCrc);
+    if (rc == ZQX_OK)
+        rc = CopySpool(audio);
     if (rc == ZQX_OK)
         rc = file.Commit();
     return rc;
@@ -301,6 +358,8 @@ int CZQXWriter::Finish()
         const int rc = impl->Finish();
         if (rc != ZQX_OK)
             impl->file.Abort();
+        impl->audio.Close();
+        impl->laterIndexEntries.Close();
         impl->state = Impl::State::Closed;
         return rc;
     });
@@ -312,8 +371,8 @@ void CZQXWriter::Abort()
         return;
     impl->file.Abort();
     impl->state = Impl::State::Closed;
-    impl->audio.clear();
-    impl->packets.clear();
+    impl->audio.Close();
+    impl->laterIndexEntries.Close();
 }
 
 uint64_t CZQXWriter::GetTotalSamples() const
@@ -322,5 +381,5 @@ uint64_t CZQXWriter::GetTotalSamples() const
 }
 uint32_t CZQXWriter::GetPacketCount() const
 {
-    return static_cast<uint32_t>(impl->packets.size());
+    return impl->packetCount;
 }

@@ -44,7 +44,7 @@ extern "C" {
 
 #define ZQX_SDK_VERSION_MAJOR 2
 #define ZQX_SDK_VERSION_MINOR 0
-#define ZQX_SDK_VERSION_PATCH 0
+#define ZQX_SDK_VERSION_PATCH 1
 /* One number that grows with every release: 0x00MMmmpp. */
 #define ZQX_SDK_VERSION ((ZQX_SDK_VERSION_MAJOR << 16) | (ZQX_SDK_VERSION_MINOR << 8) | ZQX_SDK_VERSION_PATCH)
 

@@ -26,9 +26,11 @@
 //   5     16-bit LE PCM, interleaved; byte length = sampleCount * channels * 2.
 //         AddPcm16 cuts plain PCM into packets for you.
 //
-// Packets are kept in memory until Finish (the audio chunk comes last in the
-// file but its index comes before it); a ten-hour program at 16 kbit/s is
-// about 72 MB.  Every operation returns ZQX_OK or a ZQX_* status; nothing throws.  The file
+// Packets go to two nameless spool files in the target's folder as they come,
+// so memory stays the same for a program of any length (pictures and sections
+// are kept in memory); the file's index comes before its audio, so Finish
+// copies both behind the other chunks, and the folder needs room for the audio
+// twice for that moment.  Every operation returns ZQX_OK or a ZQX_* status; nothing throws.  The file
 // appears under its name only when Finish succeeds; the destructor of an
 // unfinished writer aborts it (the temporary file is removed).
 
@@ -47,7 +49,7 @@ public:
     CZQXWriter& operator=(const CZQXWriter&) = delete;
 
     // Starts a file at path (UTF-8).  Checks the type's sample rate and channel
-    // rules (ZQX_ERR_UNSUPPORTED otherwise) and creates the temporary file.
+    // rules (ZQX_ERR_UNSUPPORTED otherwise) and creates the temporary and spool files.
     int Create(const std::string& path, int32_t fileType, uint32_t sampleRate, uint32_t channels);
 
     // Metadata; strings are UTF-8 (invalid sequences are rejected with ZQX_ERR_BAD_ARGUMENT).
