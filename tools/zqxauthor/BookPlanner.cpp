@@ -113,6 +113,31 @@ std::optional<std::vector<std::uint8_t>> CoverBeside(const fs::path& folder)
 
 } // namespace
 
+std::string CutUtf8(std::string text, std::size_t bytes)
+{
+    if (text.size() <= bytes)
+        return text;
+    while (bytes > 0 && (static_cast<unsigned char>(text[bytes]) & 0xC0) == 0x80)
+        --bytes;
+    text.resize(bytes);
+    return text;
+}
+
+std::string NameForFile(const std::string& text, const std::string& fallback)
+{
+    // A file name may be 255 bytes.
+    constexpr std::size_t kMaxNameBytes = 200;
+    std::string name;
+    for (const char c : text)
+        name += (c == '/' || static_cast<unsigned char>(c) < 0x20 || c == 0x7F) ? ' ' : c;
+    const auto first = name.find_first_not_of(". \t");
+    name = first == std::string::npos ? std::string() : name.substr(first);
+    name = CutUtf8(name, kMaxNameBytes);
+    while (!name.empty() && (name.back() == ' ' || name.back() == '.'))
+        name.pop_back();
+    return name.empty() ? fallback : name;
+}
+
 bool IsAudioFileName(const std::string& path)
 {
     return Contains(kAudioExtensions, LowerExtension(path));

@@ -45,4 +45,11 @@ BookPlan PlanBook(const std::vector<BookFile>& files, bool useChapters, const st
 // Audio the book reader takes, by file name.
 bool IsAudioFileName(const std::string& path);
 
+// Cuts at most `bytes` bytes of UTF-8 without splitting a character.
+std::string CutUtf8(std::string text, std::size_t bytes);
+// A tag made fit to be a file or folder name: no "/", no control characters,
+// no leading dots or blanks, at most 200 bytes (room for an extension and the
+// writer's temporary suffix), never empty (then `fallback`).
+std::string NameForFile(const std::string& text, const std::string& fallback);
+
 } // namespace zqxauthor

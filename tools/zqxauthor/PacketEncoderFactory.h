@@ -32,6 +32,9 @@ inline constexpr FileTypeInfo kFileTypes[] = {
     {5, "16-bit PCM", ".zq", 22050, false, 2},
 };
 const FileTypeInfo* FindFileType(int fileType);
+// What a book becomes unless told otherwise: Opus speech, mono at the default bit rate.
+inline constexpr int kSpeechFileType = 3;
+inline constexpr std::uint32_t kSpeechChannels = 1;
 
 // The encoder for a request, or null with `error` saying what is wrong with it.
 std::unique_ptr<PacketEncoder> CreatePacketEncoder(const EncoderRequest& request, std::string& error);

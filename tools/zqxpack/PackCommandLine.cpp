@@ -1,25 +1,33 @@
 #include "PackCommandLine.h"
 
+#include "zqxauthor/BookPlanner.h"
 #include "zqxauthor/PacketEncoderFactory.h"
 
+#include <algorithm>
 #include <charconv>
 #include <filesystem>
 #include <fstream>
 
 namespace zqxpack {
 
+namespace fs = std::filesystem;
+
 const char* const kPackUsage =
-    "usage: zqxpack --type N -o OUTPUT [options] INPUT...\n"
+    "usage: zqxpack [--type N] [-o OUTPUT] [options] INPUT...\n"
     "\n"
     "Makes a program file from ordinary audio files (M4B/M4A, MP3, Ogg Vorbis and Opus,\n"
     "FLAC, WAV, Matroska, WMA); each input becomes one section, or one per chapter, in\n"
     "the order given. A file's tags are the defaults for the program's fields.\n"
     "\n"
-    "  -o, --output FILE       the program file to write (.zq; .zqx for type 3)\n"
+    "  -o, --output FILE       the program file to write (.zq; .zqx for type 3; default:\n"
+    "                          TITLE.zqx beside the first input, else its name with the\n"
+    "                          type's extension; never the input itself)\n"
     "  --type N                1 IMA ADPCM 8 kHz mono, 2 IMA ADPCM 16 kHz mono, 3 Opus,\n"
     "                          4 MP3 (22050 Hz mono, 104-byte frames), 5 16-bit PCM\n"
+    "                          (default: 3, mono, at the speech bit rate)\n"
     "  --rate HZ               sample rate for types 3 (8000..48000) and 5\n"
-    "  --channels N            1 or 2 for types 3 and 5 (default: the first input's)\n"
+    "  --channels N            1 or 2 for types 3 and 5 (default: the first input's\n"
+    "                          with --type, else 1)\n"
     "  --bitrate BPS           Opus bit rate (default 24000 per channel)\n"
     "  --section-title TEXT    title of the next input's section (repeatable; default:\n"
     "                          its title tag, else the file name)\n"
@@ -183,18 +191,16 @@ bool ParsePackCommandLine(const std::vector<std::string>& args, PackCommandLine&
     if (out.help)
         return true;
     if (type == 0) {
-        error = "missing --type (1 to 5)";
-        return false;
+        // Without a type a book is packed as feldrun imports it.
+        type = zqxauthor::kSpeechFileType;
+        if (r.channels == 0)
+            r.channels = zqxauthor::kSpeechChannels;
     }
     if (!zqxauthor::FindFileType(int(type))) {
         error = "unsupported file type " + std::to_string(type) + " (types are 1 to 5)";
         return false;
     }
     r.fileType = int(type);
-    if (r.output.empty()) {
-        error = "missing -o OUTPUT";
-        return false;
-    }
     if (sectionTitles.size() > inputs.size()) {
         error = "more --section-title options than input files";
         return false;
@@ -206,6 +212,28 @@ bool ParsePackCommandLine(const std::vector<std::string>& args, PackCommandLine&
         return false;
     }
     return true;
+}
+
+bool ChooseDefaultOutput(zqxauthor::PackRequest& request, std::string& error)
+{
+    if (!request.output.empty())
+        return true;
+    const fs::path first = request.sections.front().path;
+    const std::string extension = zqxauthor::FindFileType(request.fileType)->extension;
+    const std::string name = zqxauthor::NameForFile(request.title, first.stem().string());
+    for (const fs::path& candidate : {first.parent_path() / (name + extension),
+                                      first.parent_path() / (first.stem().string() + extension)}) {
+        std::error_code ec;
+        const bool isInput =
+            std::any_of(request.sections.begin(), request.sections.end(),
+                        [&](const auto& s) { return fs::equivalent(candidate, s.path, ec); });
+        if (!isInput) {
+            request.output = candidate.string();
+            return true;
+        }
+    }
+    error = "the default output would replace the input '" + first.string() + "'; name one with -o OUTPUT";
+    return false;
 }
 
 } // namespace zqxpack

@@ -65,15 +65,18 @@ int main(int argc, char** argv)
         std::fputs(zqxpack::kPackUsage, stdout);
         return 0;
     }
-    if (const auto* info = zqxauthor::FindFileType(cl.request.fileType);
-        info && std::filesystem::path(cl.request.output).extension() != info->extension)
-        std::fprintf(stderr, "zqxpack: warning: type %d files are named '%s'; the player may not find '%s'\n",
-                     cl.request.fileType, info->extension, cl.request.output.c_str());
-
     if (!FillFromInputs(cl, error)) {
         std::fprintf(stderr, "zqxpack: %s\n", error.c_str());
         return kExitPackFailed;
     }
+    if (!zqxpack::ChooseDefaultOutput(cl.request, error)) {
+        std::fprintf(stderr, "zqxpack: %s\n", error.c_str());
+        return kExitUsage;
+    }
+    if (const auto* info = zqxauthor::FindFileType(cl.request.fileType);
+        info && std::filesystem::path(cl.request.output).extension() != info->extension)
+        std::fprintf(stderr, "zqxpack: warning: type %d files are named '%s'; the player may not find '%s'\n",
+                     cl.request.fileType, info->extension, cl.request.output.c_str());
     const auto& r = cl.request;
     zqxauthor::ProgressBar bar;
     const bool showProgress = !cl.quiet && isatty(STDOUT_FILENO);

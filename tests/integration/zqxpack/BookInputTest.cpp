@@ -107,6 +107,22 @@ TEST_F(BookInput, ChaptersOfEveryKindStartOnTheirFirstSample)
     }
 }
 
+TEST_F(BookInput, WithoutOptionsABookBecomesMonoOpusBesideItNamedByItsTitle)
+{
+    fs::copy_file(kBooks / "book.m4b", dir_ / "book.m4b");
+    fs::copy_file(kBooks / "part1.wav", dir_ / "untagged.wav");
+    std::string log;
+    ASSERT_EQ(RunZqxpack("-q " + (dir_ / "book.m4b").string(), &log), 0) << log;
+    ASSERT_EQ(RunZqxpack("-q " + (dir_ / "untagged.wav").string(), &log), 0) << log;
+    for (const auto& [name, sections] : {std::pair{"Garden Stories.zqx", 3}, std::pair{"untagged.zqx", 1}}) {
+        CTalvoMetadata meta;
+        ASSERT_EQ(meta.OpenZQXFile(Wide((dir_ / name).string())), ZQX_OK) << name;
+        EXPECT_EQ(meta.GetFileType(), ZQX_TYPE_OPUS);
+        EXPECT_EQ(meta.GetChannels(), 1u);
+        EXPECT_EQ(meta.GetSectionCount(), sections) << name;
+    }
+}
+
 TEST_F(BookInput, TheCommandLineOverridesTagsAndChapters)
 {
     const std::string out = (dir_ / "out.zq").string();

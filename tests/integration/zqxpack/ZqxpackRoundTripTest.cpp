@@ -240,6 +240,8 @@ TEST_F(Zqxpack, BadInputIsRefusedClearlyAndLeavesNoFile)
     const std::string wav = WriteWav("ok.wav", 8000, 1, Signal(8000, 1, 0.5, 1));
     std::ofstream(Path("text.wav")) << "not audio at all";
     std::ofstream(Path("text.png")) << "not a picture";
+    const std::string same = Path("same.zq");
+    fs::copy_file(wav, same);
     const std::string out = Path("out.zq");
     struct Case {
         std::string args;
@@ -255,7 +257,8 @@ TEST_F(Zqxpack, BadInputIsRefusedClearlyAndLeavesNoFile)
         {"--type 1 --bogus -o " + out + " " + wav, 2, "unknown option --bogus"},
         {"--type 1 --span 5:2 -o " + out + " " + wav, 2, "--span takes START:END"},
         {"--type 1 --span 9000:9500 -o " + out + " " + wav, 1, "holds no audio"},
-        {"--type 1 " + wav, 2, "missing -o"},
+        // Without -o the output goes beside the input, but never over it.
+        {"--type 1 " + same, 2, "would replace the input"},
         {"--type 1 -o " + Path("no/such/folder.zq") + " " + wav, 1, "does not exist"},
     };
     for (const Case& c : cases) {
@@ -264,4 +267,5 @@ TEST_F(Zqxpack, BadInputIsRefusedClearlyAndLeavesNoFile)
         EXPECT_NE(log.find(c.message), std::string::npos) << log;
         EXPECT_FALSE(fs::exists(out)) << c.args;
     }
+    EXPECT_EQ(fs::file_size(same), fs::file_size(wav));
 }
