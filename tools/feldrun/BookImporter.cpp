@@ -4,9 +4,9 @@
 #include "zqxauthor/PacketEncoderFactory.h"
 #include "zqxauthor/ProgramPacker.h"
 
-#include <QProcess>
+#include "SyncClient.h"
+
 #include <QString>
-#include <QStringList>
 
 #include <algorithm>
 #include <cctype>
@@ -17,28 +17,12 @@ namespace fs = std::filesystem;
 namespace feldrun {
 namespace {
 
-// A file name may be 255 bytes; leave room for the extension and the writer's temporary suffix.
-constexpr std::size_t kMaxNameBytes = 200;
 constexpr std::size_t kMaxIdBytes = 100;
-constexpr std::uint32_t kSpeechChannels = 1;
-// The player answers a sync command at once; a hung one must not hold the import.
-constexpr int kPlayerWaitMs = 10000;
 
 std::u16string Utf16(const std::string& utf8)
 {
     const QString text = QString::fromStdString(utf8);
     return std::u16string(reinterpret_cast<const char16_t*>(text.utf16()), std::size_t(text.size()));
-}
-
-// Cuts at most `bytes` bytes of UTF-8 without splitting a character.
-std::string CutUtf8(std::string text, std::size_t bytes)
-{
-    if (text.size() <= bytes)
-        return text;
-    while (bytes > 0 && (static_cast<unsigned char>(text[bytes]) & 0xC0) == 0x80)
-        --bytes;
-    text.resize(bytes);
-    return text;
 }
 
 // A stable identifier for a book never imported before: the author and title
@@ -55,7 +39,7 @@ std::string NewProgramId(const zqxauthor::ProgramFields& fields)
     }
     while (!id.empty() && id.back() == '-')
         id.pop_back();
-    id = CutUtf8(id, kMaxIdBytes);
+    id = zqxauthor::CutUtf8(id, kMaxIdBytes);
     return id.empty() ? "book" : id;
 }
 
@@ -83,19 +67,6 @@ std::string ExistingProgramId(const fs::path& folder)
 
 } // namespace
 
-std::string FolderName(const std::string& text, const std::string& fallback)
-{
-    std::string name;
-    for (const char c : text)
-        name += (c == '/' || static_cast<unsigned char>(c) < 0x20 || c == 0x7F) ? ' ' : c;
-    const auto first = name.find_first_not_of(". \t");
-    name = first == std::string::npos ? std::string() : name.substr(first);
-    name = CutUtf8(name, kMaxNameBytes);
-    while (!name.empty() && (name.back() == ' ' || name.back() == '.'))
-        name.pop_back();
-    return name.empty() ? fallback : name;
-}
-
 bool BookImporter::Fail(std::string message)
 {
     error_ = std::move(message);
@@ -113,7 +84,8 @@ bool BookImporter::Import(const std::string& path, ImportResult& result, const P
     if (!Write(plan, result, progress))
         return false;
     RemoveOtherCopies(result);
-    TellPlayer(result.programPath);
+    if (auto warning = TellPlayer(result.programPath))
+        result.warnings.push_back(std::move(*warning));
     return true;
 }
 
@@ -138,9 +110,9 @@ bool BookImporter::Plan(const std::string& path, ImportResult& result, zqxauthor
     }
     plan = zqxauthor::PlanBook(files, true, fallbackTitle, pictureFolder.string());
     const auto* type = zqxauthor::FindFileType(options_.fileType);
-    const std::string title = FolderName(plan.fields.title, "Untitled");
+    const std::string title = zqxauthor::NameForFile(plan.fields.title, "Untitled");
     const fs::path folder =
-        fs::path(options_.musicFolder) / FolderName(plan.fields.author, "Unknown Author") / title;
+        fs::path(options_.musicFolder) / zqxauthor::NameForFile(plan.fields.author, "Unknown Author") / title;
     result.programPath = (folder / (title + type->extension)).string();
     result.programId = ExistingProgramId(folder);
     result.idKept = !result.programId.empty();
@@ -175,7 +147,7 @@ bool BookImporter::Write(const zqxauthor::BookPlan& plan, ImportResult& result, 
     }
     zqxauthor::PackRequest request;
     request.fileType = options_.fileType;
-    request.channels = kSpeechChannels;
+    request.channels = zqxauthor::kSpeechChannels;
     request.sections = plan.sections;
     request.pictures = plan.pictures;
     request.programId = result.programId;
@@ -212,19 +184,26 @@ void BookImporter::RemoveOtherCopies(const ImportResult& result) const
     }
 }
 
-// Through the sync interface: a running player adds the program to its list;
+// Through the sync interface, as the desktop does it: the path goes into
+// "_DataIn" (the player reads its input only from there), then the player runs
+// the command; a running player adds the program to its list and selects it,
 // with no player running the command does nothing.
-void BookImporter::TellPlayer(const std::string& programPath) const
+std::optional<std::string> BookImporter::TellPlayer(const std::string& programPath) const
 {
     if (options_.playerPath.empty() || !fs::exists(options_.playerPath))
-        return;
-    QProcess player;
-    // The player prints the command's result for desktop tools; ours is the import's own line.
-    player.setStandardOutputFile(QProcess::nullDevice());
-    player.setStandardErrorFile(QProcess::nullDevice());
-    player.start(QString::fromStdString(options_.playerPath),
-                 {QStringLiteral("-AddProgram"), QString::fromStdString(programPath)});
-    player.waitForFinished(kPlayerWaitMs);
+        return std::nullopt;
+    talvo::sync::SyncClientOptions client;
+    client.player = QString::fromStdString(options_.playerPath);
+    client.talvoreg =
+        QString::fromStdString((fs::path(options_.playerPath).parent_path() / "talvoreg").string());
+    const talvo::sync::SyncOutcome told = talvo::sync::RunSyncCommandOnDevice(
+        client, talvo::SyncCommand::AddProgram, QString::fromStdString(programPath));
+    if (!told.error.isEmpty())
+        return "the running player was not told of the program: " + told.error.toStdString();
+    if (told.result != 0)
+        return "the running player was not told of the program: it answered " +
+               QStringLiteral("0x%1").arg(told.result, 8, 16, QLatin1Char('0')).toStdString();
+    return std::nullopt;
 }
 
 } // namespace feldrun

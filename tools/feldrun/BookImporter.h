@@ -1,18 +1,21 @@
 #pragma once
 
 #include "zqxauthor/BookPlanner.h"
+#include "zqxauthor/PacketEncoderFactory.h"
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace feldrun {
 
 struct ImportOptions {
-    int fileType = 3; // Opus at a speech bit rate
+    int fileType = zqxauthor::kSpeechFileType;
     bool dryRun = false;
     std::string musicFolder;
-    std::string playerPath; // talvoplayer, told of each new program; empty: nobody is told
+    // talvoplayer, told of each new program (with talvoreg beside it); empty: nobody is told
+    std::string playerPath;
 };
 
 // What one import made, or would make.
@@ -44,15 +47,12 @@ private:
     bool Plan(const std::string& path, ImportResult& result, zqxauthor::BookPlan& plan);
     bool Write(const zqxauthor::BookPlan& plan, ImportResult& result, const Progress& progress);
     void RemoveOtherCopies(const ImportResult& result) const;
-    void TellPlayer(const std::string& programPath) const;
+    // Why a running player could not be told, if it could not.
+    std::optional<std::string> TellPlayer(const std::string& programPath) const;
     bool Fail(std::string message);
 
     ImportOptions options_;
     std::string error_;
 };
-
-// A tag made fit to be a folder name: no "/", no control characters, no
-// leading dots or blanks, at most 200 bytes, never empty (then `fallback`).
-std::string FolderName(const std::string& text, const std::string& fallback);
 
 } // namespace feldrun

@@ -1,0 +1,157 @@
+// feldrun import beside a real running player (its own process, runtime
+// folder and registry, on the null output in real time): the player is told
+// of each program the import makes, and a book imported again while it plays
+// keeps its place and plays on from there.  What the player holds is read
+// from its registry: the positions it keeps for each program.
+#include "library/ProgramStateStore.h"
+#include "platform/InstanceChannel.h"
+#include "platform/Registry.h"
+#include "playback/ProgramFile.h"
+#include "settings/SettingsStore.h"
+#include "tests/support/TestDevice.h"
+
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QThread>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <optional>
+
+namespace talvo::test {
+namespace {
+
+const QString kBin = QStringLiteral(TALVO_BUILD_DIR "/bin/");
+const QString kBooks = QStringLiteral(TALVO_BUILD_DIR "/book-fixtures/");
+
+class FeldrunWithPlayer : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        device_.UsePrivateRuntime();
+        device_.set("TALVOPLAYER_AUDIO", QStringLiteral("null"));
+        auto registry = OpenSqliteRegistry(device_.registryPath().toStdString());
+        ASSERT_TRUE(registry);
+        SettingsStore(*registry).SetFirstTimeRun(2);
+    }
+    void TearDown() override
+    {
+        player_.terminate();
+        player_.waitForFinished(20000);
+    }
+
+    int import(const QString& book)
+    {
+        QProcess feldrun;
+        feldrun.setProcessChannelMode(QProcess::MergedChannels);
+        feldrun.start(kBin + "feldrun", {"import", "-q", book});
+        feldrun.waitForFinished(120000);
+        log_ = feldrun.readAll().toStdString();
+        return feldrun.exitStatus() == QProcess::NormalExit ? feldrun.exitCode() : -1;
+    }
+
+    // The player, started the way a file manager starts it on a program.
+    void startPlayer(const QString& program)
+    {
+        player_.setProcessChannelMode(QProcess::ForwardedChannels);
+        player_.start(kBin + "talvoplayer", {"-File:" + program});
+        ASSERT_TRUE(player_.waitForStarted());
+        ASSERT_TRUE(waitFor([] {
+            return InstanceClient().Connect(QStringLiteral("TalvoPlayerMainWnd"), 100);
+        })) << "the player never listened for other instances";
+    }
+
+    // A second instance hands the program to the running one, which plays it.
+    void handOver(const QString& program)
+    {
+        QProcess second;
+        second.start(kBin + "talvoplayer", {"-File:" + program});
+        ASSERT_TRUE(second.waitForFinished(30000));
+        ASSERT_EQ(second.exitCode(), 0);
+    }
+
+    // The position the player keeps for a program (saved every two seconds
+    // while it plays, and when it stops); none before the player first let
+    // go of the program.
+    std::optional<std::uint32_t> storedPosition(const QString& program)
+    {
+        ProgramFile entry(program);
+        if (entry.ReadMetadata() != ZQX_OK)
+            return std::nullopt;
+        auto registry = OpenSqliteRegistry(device_.registryPath().toStdString());
+        DWORD ms = 0;
+        if (!ProgramStateStore(*registry).ReadPlayPosition(entry.Key(), &ms))
+            return std::nullopt;
+        return ms;
+    }
+
+    // Waits until the player keeps at least `ms` for the program, and answers what it keeps then.
+    std::uint32_t playedTo(const QString& program, std::uint32_t ms)
+    {
+        std::uint32_t kept = 0;
+        waitFor([&] {
+            kept = storedPosition(program).value_or(0);
+            return kept >= ms;
+        });
+        return kept;
+    }
+
+    static bool waitFor(const std::function<bool()>& condition, int timeoutMs = 30000)
+    {
+        QElapsedTimer clock;
+        clock.start();
+        while (!condition()) {
+            if (clock.elapsed() > timeoutMs)
+                return false;
+            QThread::msleep(50);
+        }
+        return true;
+    }
+
+    TestDevice device_;
+    QProcess player_;
+    std::string log_;
+};
+
+// Stopping rewinds by one second per buffer still queued, four at most: what
+// was decoded but maybe not heard.
+constexpr std::uint32_t kStopRewindMs = 4000;
+
+TEST_F(FeldrunWithPlayer, TheRunningPlayerListsNewProgramsAndABookImportedAgainKeepsItsPlace)
+{
+    ASSERT_EQ(import(kBooks + "long.m4b"), 0) << log_;
+    const QString longBook = device_.path("music/Clara Mendes/Long Garden/Long Garden.zqx");
+    const QString garden = device_.path("music/Clara Mendes/Garden Stories/Garden Stories.zqx");
+    startPlayer(longBook);
+    const std::uint32_t heard = playedTo(longBook, 6000);
+    ASSERT_GE(heard, 6000u) << "the long book never played";
+
+    // A new book: the player stops, lists the book and selects it.
+    ASSERT_EQ(import(kBooks + "book.m4b"), 0) << log_;
+    EXPECT_EQ(log_.find("not told"), std::string::npos) << log_;
+    const std::uint32_t stoppedAt = storedPosition(longBook).value_or(0);
+    EXPECT_GE(stoppedAt + kStopRewindMs, heard);
+
+    // The long book handed over plays on from there; letting go of the new
+    // book leaves its record, which only a player that selected it writes.
+    handOver(longBook);
+    const std::uint32_t heardAgain = playedTo(longBook, stoppedAt + 6000);
+    ASSERT_GE(heardAgain, stoppedAt + 6000) << "the long book did not play on from " << stoppedAt << " ms";
+    EXPECT_TRUE(storedPosition(garden)) << "the running player never selected the new book";
+
+    // Imported again while it plays: its place is kept, not reset.
+    ASSERT_EQ(import(kBooks + "long.m4b"), 0) << log_;
+    const std::uint32_t reimportedAt = storedPosition(longBook).value_or(0);
+    EXPECT_GE(reimportedAt + kStopRewindMs, heardAgain);
+    EXPECT_GT(reimportedAt, stoppedAt);
+
+    // The new file plays on from there.
+    handOver(longBook);
+    EXPECT_GE(playedTo(longBook, reimportedAt + 2000), reimportedAt + 2000)
+        << "the program imported again did not play on from " << reimportedAt << " ms";
+    EXPECT_EQ(player_.state(), QProcess::Running);
+    EXPECT_TRUE(device_.messages().isEmpty()) << device_.messages().join('\n').toStdString();
+}
+
+} // namespace
+} // namespace talvo::test
