@@ -80,6 +80,8 @@ public:
         // A player already running elsewhere would otherwise take the start over.
         env_.insert("XDG_RUNTIME_DIR", dir_.filePath("run"));
         env_.insert("XDG_CONFIG_HOME", dir_.filePath("home"));
+        // Decoded skin bitmaps kept by the first, uncounted start serve the others.
+        env_.insert("XDG_CACHE_HOME", dir_.filePath("cache"));
     }
     const QProcessEnvironment& Environment() const { return env_; }
 

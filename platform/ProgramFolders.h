@@ -30,6 +30,10 @@ QString MusicFolder();
 // ~/.local/share/talvoplayer.
 QString PlayerDataFolder();
 
+// $XDG_CACHE_HOME/talvoplayer (an absolute XDG_CACHE_HOME only), else
+// ~/.cache/talvoplayer: what may be lost at any time and made again.
+QString PlayerCacheFolder();
+
 // programFolder when files may be written there (see above); otherwise
 // dataFolder, created (with its parents) when missing.  A missing program
 // folder, or a path that is not a folder, counts as not writable.  When the

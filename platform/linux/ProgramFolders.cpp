@@ -13,6 +13,7 @@ namespace {
 
 constexpr const char* kDataHomeVariable = "XDG_DATA_HOME";
 constexpr const char* kMusicVariable = "TALVOPLAYER_MUSIC";
+constexpr const char* kCacheHomeVariable = "XDG_CACHE_HOME";
 constexpr char kSkinsFolder[] = "Skins";
 
 // Creating a file needs write and search permission on the folder.  Asked of
@@ -28,6 +29,16 @@ bool mayCreateFilesIn(const QString& folder)
 bool sameFolder(const QString& a, const QString& b)
 {
     return QDir::cleanPath(QDir(a).absolutePath()) == QDir::cleanPath(QDir(b).absolutePath());
+}
+
+// $variable/talvoplayer, or fallback/talvoplayer below the home folder: the
+// base-directory rules ignore a relative value.
+QString playerFolderBelow(const char* variable, const char* fallback)
+{
+    QString base = qEnvironmentVariable(variable);
+    if (!QDir::isAbsolutePath(base))
+        base = QDir::homePath() + QLatin1Char('/') + QLatin1String(fallback);
+    return base + QStringLiteral("/talvoplayer");
 }
 
 } // namespace
@@ -64,11 +75,12 @@ QString MusicFolder()
 
 QString PlayerDataFolder()
 {
-    QString base = qEnvironmentVariable(kDataHomeVariable);
-    // The base-directory rules ignore a relative XDG_DATA_HOME.
-    if (!QDir::isAbsolutePath(base))
-        base = QDir::homePath() + QStringLiteral("/.local/share");
-    return base + QStringLiteral("/talvoplayer");
+    return playerFolderBelow(kDataHomeVariable, ".local/share");
+}
+
+QString PlayerCacheFolder()
+{
+    return playerFolderBelow(kCacheHomeVariable, ".cache");
 }
 
 QString ProgramWriteFolder(const QString& programFolder, const QString& dataFolder)

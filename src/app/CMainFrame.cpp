@@ -12,6 +12,7 @@
 #include "library/ProgramListDialog.h"
 #include "platform/KeepAwake.h"
 #include "platform/MessageBox.h"
+#include "platform/ProgramFolders.h"
 #include "platform/ScreenPower.h"
 #include "playback/ProgramFile.h"
 #include "settings/PreferencesDialog.h"
@@ -257,7 +258,8 @@ CMainFrame::CMainFrame(Environment environment)
       transport_(*this, *this, library_, store_, settings_, audio_),
       screenPower_(
           *this, settings_, [this] { return audio_.IsPlaying(); }, CreateScreenPower()),
-      skins_(env_.registry)
+      bitmapCache_(PlayerCacheFolder() + QStringLiteral("/skin-bitmaps")),
+      skins_(env_.registry, &bitmapCache_)
 {
     setWindowTitle(LoadString(Str::AppName));
     setFocusPolicy(Qt::StrongFocus);

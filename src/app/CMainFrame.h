@@ -13,6 +13,7 @@
 #include "playback/PlayerView.h"
 #include "playback/Transport.h"
 #include "settings/SettingsStore.h"
+#include "skins/DecodedBitmapCache.h"
 #include "skins/SkinList.h"
 
 #include <QImage>
@@ -124,6 +125,7 @@ private:
     InstanceServer instanceServer_;
     std::unique_ptr<StorageChangeWatcher> storageWatcher_;
     std::unique_ptr<DeviceEvents> deviceEvents_;
+    DecodedBitmapCache bitmapCache_;
     SkinList skins_;
     SkinnedDisplay* display_ = nullptr;
     // The decoded cover of the program it was decoded for.

@@ -1,5 +1,7 @@
 #include "skins/SkinLayout.h"
 
+#include "skins/DecodedBitmapCache.h"
+
 #include <QByteArrayList>
 #include <QFileInfo>
 #include <QImageReader>
@@ -133,8 +135,15 @@ SkinBitmapFile CheckBitmap(const QString& folder, std::u16string fileName)
 
 // Decodes a Checked bitmap, ready to draw: Loaded, or why its data cannot be
 // drawn.  The display paints these often and never converts them.
-void DecodeCheckedBitmap(SkinBitmapFile& file)
+void DecodeCheckedBitmap(SkinBitmapFile& file, const DecodedBitmapCache* cache)
 {
+    if (cache) {
+        if (std::optional<QImage> kept = cache->Find(file.path)) {
+            file.image = std::move(*kept);
+            file.status = SkinBitmapStatus::Loaded;
+            return;
+        }
+    }
     file.status = SkinBitmapStatus::NotDecodable;
     QImageReader reader(file.path);
     QImage image;
@@ -149,6 +158,8 @@ void DecodeCheckedBitmap(SkinBitmapFile& file)
         return; // out of memory
     file.image = std::move(image);
     file.status = SkinBitmapStatus::Loaded;
+    if (cache)
+        cache->Keep(file.path, file.image);
 }
 
 } // namespace
@@ -220,14 +231,14 @@ void SkinLayout::DecodeBitmap(SkinBitmap which)
 {
     SkinBitmapFile& bitmap = bitmaps[Index(which)];
     if (bitmap.status == SkinBitmapStatus::Checked)
-        DecodeCheckedBitmap(bitmap);
+        DecodeCheckedBitmap(bitmap, bitmapCache);
 }
 
 SkinLoadResult SkinLayout::DecodeBitmaps()
 {
     for (SkinBitmapFile& bitmap : bitmaps) {
         if (bitmap.status == SkinBitmapStatus::Checked)
-            DecodeCheckedBitmap(bitmap);
+            DecodeCheckedBitmap(bitmap, bitmapCache);
     }
     return MissesBitmaps() ? SkinLoadResult::GraphicsMissing : SkinLoadResult::Fits;
 }

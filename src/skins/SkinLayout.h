@@ -36,6 +36,8 @@
 
 namespace talvo {
 
+class DecodedBitmapCache;
+
 // The handheld platform drew in 16-bit coordinates, so no real skin goes
 // beyond them; within them widths and heights fit in 32 bits (squared
 // distances of the round buttons need 64).
@@ -187,6 +189,8 @@ public:
     std::u16string name;
     QString iniPath;
     IniFile ini;
+    // Where decoded bitmaps are kept between starts; none when null.
+    const DecodedBitmapCache* bitmapCache = nullptr;
 
     // The chosen resolution; width and height 0 until a load has chosen one.
     SkinResolution resolution;

@@ -51,6 +51,7 @@ bool SkinList::LoadSkins(const QString& programFolder, QSize screen, QWidget* ow
         folder.entryList({QStringLiteral("*.ini")}, QDir::Files | QDir::Readable, QDir::Name);
     for (const QString& file : files) {
         auto skin = std::make_unique<SkinLayout>(folder.filePath(file));
+        skin->bitmapCache = bitmapCache_;
         if (!skin->ini.Load(skin->iniPath.toStdU16String()))
             continue;
         skin->name = SkinLayout::ReadName(skin->ini);

@@ -32,6 +32,8 @@ class QWidget;
 
 namespace talvo {
 
+class DecodedBitmapCache;
+
 class SkinList {
 public:
     static constexpr std::u16string_view kSkinsKey = u"Software\\Talvo\\Skins";
@@ -39,7 +41,11 @@ public:
     // The folder of the skins inside the program's own folder.
     static constexpr char kSkinsFolder[] = "Skins";
 
-    explicit SkinList(Registry& registry) : registry_(registry) {}
+    // Skins loaded later keep their decoded bitmaps in bitmapCache, when given.
+    explicit SkinList(Registry& registry, const DecodedBitmapCache* bitmapCache = nullptr)
+        : registry_(registry), bitmapCache_(bitmapCache)
+    {
+    }
 
     enum class ActiveSkinBitmaps {
         All,
@@ -88,6 +94,7 @@ private:
     void decodeActive(QWidget* owner, ActiveSkinBitmaps which);
 
     Registry& registry_;
+    const DecodedBitmapCache* bitmapCache_;
     std::vector<std::unique_ptr<SkinLayout>> skins_;
     int activeIndex_ = -1;
     QSize screen_;

@@ -26,6 +26,8 @@ public:
         // No test ever darkens the real screen.
         set("TALVOPLAYER_SCREEN_POWER", screenPowerLogPath());
         set("TALVOPLAYER_CARDS", QString());
+        // Decoded skin bitmaps are kept per device, so no test sees another's.
+        set("XDG_CACHE_HOME", path(QStringLiteral("cache")));
         // A handheld's screen, whatever the machine's: the layout it gets is fixed.
         set("TALVOPLAYER_SCREEN", QStringLiteral("480x640"));
     }
