@@ -130,6 +130,7 @@ bool MprisServer::Start(const QString& busName)
     if (!bus_.isConnected() || !bus_.registerObject(kObjectPath, this, QDBusConnection::ExportAdaptors))
         return false;
     heard_ = propertiesToCompare();
+    heardJumpCount_ = jumpCount();
     return bus_.registerService(busName);
 }
 
@@ -142,7 +143,6 @@ void MprisServer::Refresh()
             changed.insert(it.key(), it.value());
     }
     const bool sameProgram = !changed.contains(QStringLiteral("Metadata"));
-    const std::uint32_t positionMs = static_cast<std::uint32_t>(Position() / kMicrosecondsPerMs);
     heard_ = std::move(now);
     if (!changed.isEmpty()) {
         QDBusMessage signal =
@@ -151,11 +151,21 @@ void MprisServer::Refresh()
         signal << kPlayerInterface << changed << QStringList();
         bus_.send(signal);
     }
-    // Playing only moves forward: a step back is a seek of the player's own
-    // (one of ours is announced by announceSeek).
-    if (!seekInProgress_ && sameProgram && positionMs < heardPositionMs_)
+    // A fast-forward or rewind hold moves the position ten times a second and
+    // plays nothing until it ends: clients hear of it once, where it ended.
+    // One of our own seeks is announced by announceSeek.
+    if (seekInProgress_ || objects_.audio.seeking)
+        return;
+    // A program that starts where it was left starts at an unexpected place.
+    if (sameProgram ? jumpCount() != heardJumpCount_ : Position() != 0)
         emit player_->Seeked(Position());
-    heardPositionMs_ = positionMs;
+    heardJumpCount_ = jumpCount();
+}
+
+std::uint32_t MprisServer::jumpCount() const
+{
+    const ProgramFile* program = objects_.library.Current();
+    return program ? program->jumpCount : 0;
 }
 
 QVariantMap MprisServer::propertiesToCompare()
@@ -266,7 +276,7 @@ void MprisServer::seekTo(std::int64_t positionMs)
 void MprisServer::announceSeek()
 {
     seekInProgress_ = false;
-    heardPositionMs_ = static_cast<std::uint32_t>(Position() / kMicrosecondsPerMs);
+    heardJumpCount_ = jumpCount();
     emit player_->Seeked(Position());
 }
 

@@ -9,8 +9,9 @@
 // there as events, so a client that floods or vanishes costs the window only
 // the handling of what it sent.  Refresh compares the player with what
 // clients last heard and sends PropertiesChanged for what differs, and Seeked
-// when the position jumped back (the player's own seeks) or after a Seek or
-// SetPosition.
+// once for every jump of the position (a step, a section move, a bookmark, the
+// end of a hold, a Seek or SetPosition, a program that starts where it was
+// left), never for playing on.
 #include "library/ProgramLibrary.h"
 #include "platform/MessageWindow.h"
 #include "playback/AudioOutput.h"
@@ -75,6 +76,7 @@ private:
     QVariantMap propertiesToCompare();
     void seekTo(std::int64_t positionMs);
     void announceSeek();
+    std::uint32_t jumpCount() const;
     QString trackId(const ProgramFile& program) const;
     QString writeCover(const ProgramFile& program) const;
 
@@ -82,10 +84,10 @@ private:
     QString connectionName_;
     QDBusConnection bus_;
     MprisPlayerAdaptor* player_ = nullptr;
-    QVariantMap heard_; // the properties as clients last heard them
-    std::uint32_t heardPositionMs_ = 0;
-    bool seekInProgress_ = false; // a seek of ours, announced when it is done
-    QString metadataPath_;        // the program the cached metadata describes
+    QVariantMap heard_;                // the properties as clients last heard them
+    std::uint32_t heardJumpCount_ = 0; // the program's jumps clients have heard of
+    bool seekInProgress_ = false;      // a seek of ours, announced when it is done
+    QString metadataPath_;             // the program the cached metadata describes
     QVariantMap metadata_;
 };
 

@@ -98,10 +98,19 @@ bool ProgramFile::Seek(std::uint32_t ms)
     if (sdkHandle == 0)
         return false;
     waitForSeekGate();
+    const std::uint32_t before = Position();
     seekGate = false;
     int32_t status = ZQXSeek(sdkHandle, ms);
     seekGate = true;
-    return status == ZQX_OK;
+    return countJump(before, status == ZQX_OK);
+}
+
+bool ProgramFile::countJump(std::uint32_t before, bool moved)
+{
+    // A seek to where the program stands (after a device reset) is no jump.
+    if (moved && Position() != before)
+        ++jumpCount;
+    return moved;
 }
 
 bool ProgramFile::NextSection()
@@ -116,7 +125,8 @@ bool ProgramFile::NextSection()
     if (static_cast<uint32_t>(current) >= static_cast<uint32_t>(count))
         return true;
     // At the last section this asks for the one past it; the SDK's answer decides.
-    return ZQXSeekToChapter(sdkHandle, current + 1) == ZQX_OK;
+    const std::uint32_t before = Position();
+    return countJump(before, ZQXSeekToChapter(sdkHandle, current + 1) == ZQX_OK);
 }
 
 bool ProgramFile::PreviousSection()
@@ -129,8 +139,9 @@ bool ProgramFile::PreviousSection()
         return true;
     int32_t current = CurrentSection();
     // Always the start of the previous section, never of the current one.
+    const std::uint32_t before = Position();
     int32_t status = current == 0 ? ZQXSeek(sdkHandle, 0) : ZQXSeekToChapter(sdkHandle, current - 1);
-    return status == ZQX_OK;
+    return countJump(before, status == ZQX_OK);
 }
 
 std::uint32_t ProgramFile::Position() const

@@ -79,8 +79,13 @@ public:
     std::unique_ptr<CMp3> mp3Decoder;
     std::vector<std::uint32_t> imageStartTimes;
     std::vector<Bookmark> bookmarks;
+    // Counts the moves of the position other than by playing on (a seek or a
+    // section move that landed somewhere else), so that an observer of the
+    // position can tell a jump from progress, whichever direction it went.
+    std::uint32_t jumpCount = 0;
 
 private:
+    bool countJump(std::uint32_t before, bool moved);
     bool decodeSdkBlock(std::uint8_t* out, std::uint32_t room, std::uint32_t* length);
     bool decodeMp3Block(std::uint8_t* out, std::uint32_t* length);
     void waitForSeekGate() const;

@@ -95,6 +95,10 @@ void Transport::endSeekHold(unsigned timer, std::uint16_t button)
     if (audio_.IsPlaying())
         audio_.Prime();
     audio_.seeking = false;
+    // The steps drew the position while the hold lasted; drawing it once
+    // more tells the player's observers where the hold ended.
+    if (!view_.IsVolumeIndicatorShown())
+        view_.RedrawPosition();
 }
 
 void Transport::FastForwardHold(int step)

@@ -2,6 +2,7 @@
 // private session bus.
 #include "device/DeviceEvents.h"
 #include "device/MprisServer.h"
+#include "library/ProgramStateStore.h"
 #include "tests/integration/device/PrivateBus.h"
 #include "tests/integration/playback/PlayerFixture.h"
 
@@ -63,12 +64,22 @@ protected:
     {
         PlayerFixture::SetUp();
         WriteProgramWithCover(musicPath("Reader/Book/book.zq"));
+        SettingsStore(*registry_).SetLastProgram(musicPath("Reader/Book/book.zq"));
+        // A second program, left at 42 s in an earlier session.
+        ProgramFile other(WritePcmProgram(musicPath("Reader/Other/other.zq"), "other", 60));
+        ProgramStateStore store(*registry_);
+        ASSERT_EQ(other.ReadMetadata(), ZQX_OK);
+        other.Open(store); // false: it has no record yet
+        ASSERT_TRUE(other.IsOpen());
+        ASSERT_TRUE(other.Seek(42000));
+        ASSERT_TRUE(store.SaveProgramState(other));
+        other.Close();
         makeDeviceServices_ = [] {
             DeviceServices services;
             services.mprisBusName = kService;
             return services;
         };
-        startPlayer();
+        startPlayer(makeWaveOut_);
         ASSERT_TRUE(frame_->Devices()->HasMediaPlayerService());
         ASSERT_TRUE(bus_.Connection().connect(kService, kPath,
                                               QStringLiteral("org.freedesktop.DBus.Properties"),
@@ -104,7 +115,25 @@ protected:
 
     PrivateBus bus_{"DBUS_SESSION_BUS_ADDRESS"};
     SignalLog log_;
+    std::function<std::unique_ptr<WaveOut>()> makeWaveOut_; // the manual device unless set
 };
+
+class MprisFloodTest : public MprisTest {
+protected:
+    MprisFloodTest() { makeWaveOut_ = PacedWaveOut; }
+};
+
+// Resident memory of this process, in kB.
+long ResidentKb()
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    status.open(QIODevice::ReadOnly);
+    for (const QByteArray& line : status.readAll().split('\n')) {
+        if (line.startsWith("VmRSS:"))
+            return line.mid(6).trimmed().split(' ').value(0).toLong();
+    }
+    return 0;
+}
 
 TEST_F(MprisTest, PlayPauseTogglesAndPlayPauseStopNeverToggleTheWrongWay)
 {
@@ -140,6 +169,61 @@ TEST_F(MprisTest, NextAndPreviousMoveOneSectionAndPositionRoundTrips)
     EXPECT_EQ(playerctl({QStringLiteral("position")}).toDouble(), 40.0);
     pump();
     EXPECT_EQ(log_.seeks, (QList<qlonglong>{60000000, 0, 30000000, 40000000}));
+}
+
+TEST_F(MprisTest, EveryJumpFromTheSkinOrTheKeysIsAnnouncedOnceAndPlayingOnIsNot)
+{
+    // Signals cross the bus: a moment more shows whether another one follows.
+    const auto settle = [&] {
+        pump([] { return false; }, 300);
+    };
+    const auto seekedOnceAtPosition = [&](const char* what) {
+        pump([&] { return !log_.seeks.isEmpty(); }, 5000);
+        settle();
+        ASSERT_EQ(log_.seeks.size(), 1) << what;
+        EXPECT_EQ(log_.seeks.takeFirst(), qlonglong{positionMs()} * 1000) << what;
+    };
+    // The 10 s step: a step, then the hold that the step's own press starts.
+    frame_->SendCommand(Command::FastForward10s);
+    seekedOnceAtPosition("fast-forward step");
+    EXPECT_EQ(positionMs(), 10000u);
+
+    // A hold of fast-forward, four steps: announced where it ended.
+    frame_->SendCommand(Command::FastForwardPressed);
+    for (WPARAM step = 2; step <= 4; ++step)
+        frame_->SendMessage(WM_TIMER, Timer::FastForwardHold);
+    settle();
+    EXPECT_TRUE(log_.seeks.isEmpty()) << "a hold is announced at its end";
+    frame_->SendCommand(Command::FastForwardReleased);
+    seekedOnceAtPosition("fast-forward hold");
+
+    // A tap on next section moves one section.
+    frame_->SendCommand(Command::NextSectionPressed);
+    frame_->SendCommand(Command::NextSectionReleased);
+    seekedOnceAtPosition("next section");
+    EXPECT_EQ(positionMs(), 60000u);
+
+    current().bookmarks.push_back({u"later", 90000});
+    frame_->SendCommand(Command::BookmarkFirst);
+    seekedOnceAtPosition("bookmark");
+    EXPECT_EQ(positionMs(), 90000u);
+
+    // Playing on moves the position by what is heard, which is no jump.
+    frame_->SendCommand(Command::PlayStop);
+    for (int i = 0; i < 8; ++i) {
+        ASSERT_TRUE(manual_->CompleteNext());
+        pump(); // the refill queues the buffer again
+    }
+    settle();
+    EXPECT_GT(positionMs(), 90000u);
+    EXPECT_TRUE(log_.seeks.isEmpty());
+
+    // Another program, which starts where it was left.
+    frame_->SendCommand(Command::PlayStop);
+    log_.seeks.clear();
+    frame_->SendCommand(Command::NextTitle);
+    seekedOnceAtPosition("another program");
+    EXPECT_EQ(positionMs(), 42000u);
 }
 
 TEST_F(MprisTest, SetPositionWithAStaleTrackOrOutsideTheProgramIsIgnored)
@@ -200,6 +284,28 @@ TEST_F(MprisTest, RateIsTheProgramsSpeedWithinItsRange)
     EXPECT_DOUBLE_EQ(get(QStringLiteral("Rate")), 1.5);
     set(9.0);
     EXPECT_DOUBLE_EQ(get(QStringLiteral("Rate")), 3.0);
+}
+
+TEST_F(MprisFloodTest, AClientThatFloodsThePlayerIsAnsweredWhilePlaybackKeepsItsPace)
+{
+    // Enough calls to keep the bus full for longer than the time measured.
+    constexpr int kCalls = 100000;
+    frame_->SendCommand(Command::PlayStop);
+    ASSERT_TRUE(playing());
+    const long residentBefore = ResidentKb();
+    QProcess client;
+    client.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    client.start(QStringLiteral("/usr/bin/python3"),
+                 {QStringLiteral(TALVO_DEVICE_SCRIPTS "/mpris_flood.py"), QString::number(kCalls)});
+    ASSERT_TRUE(client.waitForStarted());
+    // Buffers of two seconds: the position moves in steps of that, four ahead.
+    EXPECT_GE(advanceOver(6000), 3000u);
+    EXPECT_EQ(client.state(), QProcess::Running) << "the flood ended before the time measured";
+    ASSERT_TRUE(pump([&] { return client.state() == QProcess::NotRunning; }, 120000));
+    EXPECT_EQ(QString::fromUtf8(client.readAllStandardOutput()).trimmed(),
+              QStringLiteral("answered %1").arg(kCalls));
+    EXPECT_TRUE(playing());
+    EXPECT_LT(ResidentKb() - residentBefore, 64 * 1024) << "the calls were kept, not answered";
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 // on a wave output the test chooses.
 #include "app/CMainFrame.h"
 #include "platform/null/ManualWaveOut.h"
+#include "platform/null/NullWaveOut.h"
 #include "playback/ProgramFile.h"
 #include "settings/SettingsStore.h"
 #include "tests/support/TestDevice.h"
@@ -97,6 +98,20 @@ protected:
     }
 
     ProgramFile& current() { return *frame_->Library().Current(); }
+
+    // A device that plays in real time, for tests of what may stall playback.
+    static std::unique_ptr<WaveOut> PacedWaveOut() { return std::make_unique<NullWaveOut>(1.0); }
+
+    // Runs the event loop for ms and answers how far the program moved
+    // meanwhile: a window that stalls refills no buffers, and the position
+    // stands still.  The position moves a buffer at a time (two seconds of a
+    // generated program), so measure over longer than that.
+    std::uint32_t advanceOver(int ms)
+    {
+        const std::uint32_t before = current().Position();
+        pump([] { return false; }, ms);
+        return current().Position() - before;
+    }
 
     TestDevice device_;
     std::unique_ptr<Registry> registry_;
