@@ -9,11 +9,17 @@
 //   kScreenPowerReplyMs, so a compositor that hangs cannot stall playback.
 // - SetScreenPower is called only after IsSupported answered true, and goes to
 //   the service that answered.
+// - The screen can wake without the player (the compositor for a
+//   notification, a hardware key that never reaches the player, another
+//   program): IsScreenOn asks the service for the state it really has.
 // - TALVOPLAYER_SCREEN_POWER=FILE replaces the display with a recording one:
 //   it always answers, and appends "off" or "on" to FILE for every switch.
-//   The value "none" stands for a display that nothing can switch.
+//   Its state is the file's last line, so that whoever writes "on" there
+//   stands for something else waking the screen.  The value "none" stands
+//   for a display that nothing can switch.
 #include <QString>
 #include <memory>
+#include <optional>
 
 namespace talvo {
 
@@ -27,6 +33,8 @@ public:
     // Whether a display-power service answers now.
     virtual bool IsSupported() = 0;
     virtual void SetScreenPower(bool on) = 0;
+    // Whether the screen is lit now; nullopt when the service cannot tell.
+    virtual std::optional<bool> IsScreenOn() = 0;
 };
 
 // The recording display when TALVOPLAYER_SCREEN_POWER is set, else the real one.

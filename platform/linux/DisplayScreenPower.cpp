@@ -26,15 +26,19 @@ QDBusMessage mutterPropertyCall(const QString& method)
     return QDBusMessage::createMethodCall(kMutterService, kMutterPath, kPropertiesInterface, method);
 }
 
-// The compositor's display configuration, as GNOME's compositor offers it.
-bool mutterAnswers()
+// The compositor's PowerSaveMode, as GNOME's compositor offers it; nullopt
+// when no compositor answers in time.
+std::optional<int> mutterPowerSaveMode()
 {
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected())
-        return false;
+        return std::nullopt;
     QDBusMessage get = mutterPropertyCall(QStringLiteral("Get"));
     get << kMutterService << kPowerSaveMode;
-    return bus.call(get, QDBus::Block, kScreenPowerReplyMs).type() == QDBusMessage::ReplyMessage;
+    const QDBusMessage reply = bus.call(get, QDBus::Block, kScreenPowerReplyMs);
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
+        return std::nullopt;
+    return qvariant_cast<QDBusVariant>(reply.arguments().first()).variant().toInt();
 }
 
 void setMutterPowerSaveMode(int mode)
@@ -62,6 +66,14 @@ public:
     {
         int event = 0, error = 0;
         return display_ && DPMSQueryExtension(display_, &event, &error) && DPMSCapable(display_);
+    }
+
+    bool IsOn() const
+    {
+        CARD16 level = 0;
+        BOOL enabled = False;
+        DPMSInfo(display_, &level, &enabled);
+        return !enabled || level == DPMSModeOn;
     }
 
     void Force(bool on)
@@ -92,7 +104,7 @@ public:
     {
         // The compositor first: under Wayland an X server may exist for older
         // programs and claim DPMS without owning the screen.
-        if (mutterAnswers())
+        if (mutterPowerSaveMode())
             service_ = Service::Mutter;
         else if (dpms_.Answers())
             service_ = Service::Dpms;
@@ -113,6 +125,21 @@ public:
         case Service::Nothing:
             break;
         }
+    }
+
+    std::optional<bool> IsScreenOn() override
+    {
+        switch (service_) {
+        case Service::Mutter:
+            if (const std::optional<int> mode = mutterPowerSaveMode())
+                return *mode == kMutterModeOn;
+            return std::nullopt;
+        case Service::Dpms:
+            return dpms_.IsOn();
+        case Service::Nothing:
+            break;
+        }
+        return std::nullopt;
     }
 
 private:

@@ -19,6 +19,15 @@ public:
             log.write(on ? "on\n" : "off\n");
     }
 
+    std::optional<bool> IsScreenOn() override
+    {
+        QFile log(path_);
+        if (path_.isEmpty() || !log.open(QIODevice::ReadOnly))
+            return std::nullopt;
+        const QList<QByteArray> lines = log.readAll().trimmed().split('\n');
+        return lines.last() != "off";
+    }
+
 private:
     const QString path_;
 };

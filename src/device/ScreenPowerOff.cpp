@@ -120,6 +120,8 @@ bool ScreenPowerOff::filterInput(const QEvent& event)
     if (!armed())
         return false;
     rearm();
+    if (!screenOn_ && power_->IsScreenOn() == true)
+        screenOn_ = true; // woken by something else: this input is the listener's
     if (screenOn_)
         return false;
     ScreenOn();

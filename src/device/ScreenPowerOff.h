@@ -4,7 +4,9 @@
 // in front and playing, the screen is switched off.  The input filter sees
 // every key and pointer event of the application before any widget does:
 // while the timer is armed it re-arms it, and a tap or key that finds the
-// screen off switches it on and goes no further.
+// screen off switches it on and goes no further.  The screen may have woken
+// without the player meanwhile, so the display is asked first: input that
+// finds it lit is the listener's and acts.
 //
 // Contract:
 // - UI thread only; the filter is installed on the application for as long

@@ -73,6 +73,14 @@ protected:
         ASSERT_EQ(observer_->call(add).type(), QDBusMessage::ReplyMessage);
     }
 
+    void setPowerSaveMode(int mode)
+    {
+        QDBusMessage set = QDBusMessage::createMethodCall(
+            kService, kPath, QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Set"));
+        set << kService << QStringLiteral("PowerSaveMode") << QVariant::fromValue(QDBusVariant(mode));
+        ASSERT_EQ(observer_->call(set).type(), QDBusMessage::ReplyMessage);
+    }
+
     int powerSaveMode()
     {
         QDBusMessage get = QDBusMessage::createMethodCall(
@@ -96,14 +104,26 @@ TEST_F(DisplayScreenPowerTest, TheCompositorAnswersOnceItIsThereAndSwitchesTheSc
     std::unique_ptr<ScreenPower> power = CreateDisplayScreenPower();
     EXPECT_FALSE(power->IsSupported());
     power->SetScreenPower(false); // goes nowhere, and does not fail
+    EXPECT_EQ(power->IsScreenOn(), std::nullopt);
 
     // A compositor that appears later is found at the next question.
     startCompositor();
     ASSERT_TRUE(power->IsSupported());
     power->SetScreenPower(false);
     EXPECT_TRUE(waitFor([&] { return powerSaveMode() == 3; }));
+    EXPECT_EQ(power->IsScreenOn(), false);
+    // The compositor lights the screen on its own (a notification).
+    setPowerSaveMode(0);
+    EXPECT_EQ(power->IsScreenOn(), true);
+    power->SetScreenPower(false);
+    EXPECT_TRUE(waitFor([&] { return powerSaveMode() == 3; }));
     power->SetScreenPower(true);
     EXPECT_TRUE(waitFor([&] { return powerSaveMode() == 0; }));
+
+    // A compositor that went away cannot tell.
+    compositor_.kill();
+    compositor_.waitForFinished();
+    EXPECT_EQ(power->IsScreenOn(), std::nullopt);
 }
 
 } // namespace

@@ -102,6 +102,21 @@ TEST_F(ScreenPowerTest, AWakingKeyIsSwallowedWithItsRelease)
     EXPECT_TRUE(waitForSwitches(QStringList{"off", "on", "off"}));
 }
 
+TEST_F(ScreenPowerTest, AScreenWokenBySomethingElseLetsTheNextTapAct)
+{
+    playInFront(1);
+    ASSERT_TRUE(waitForSwitches(kOff));
+    // A notification lights the screen through the compositor, not the player.
+    QFile log(device_.screenPowerLogPath());
+    ASSERT_TRUE(log.open(QIODevice::Append));
+    log.write("on\n");
+    log.close();
+
+    tap(Command::PlayStop);
+    EXPECT_TRUE(pump([&] { return !frame_->Audio().IsPlaying(); })) << "the tap was swallowed";
+    EXPECT_EQ(device_.screenSwitches(), kOffOn) << "the player switched a lit screen on";
+}
+
 TEST_F(ScreenPowerTest, StoppingOrLosingTheFocusBringsTheScreenBack)
 {
     playInFront(1);
