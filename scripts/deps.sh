@@ -25,7 +25,7 @@ packages=(
   # what a screen reader sees (make accessibility)
   python3-pyatspi at-spi2-core
   # sound-server and D-Bus peers for integration tests
-  pulseaudio pulseaudio-utils dbus dbus-x11 python3-dbusmock python3-dbus
+  pulseaudio pulseaudio-utils dbus dbus-x11 python3-dbusmock python3-dbus python3-gi
   # screen power through an X server's DPMS
   libx11-dev libxext-dev
   # a real install: the desktop entry checked, the mime database compiled

@@ -17,6 +17,9 @@ namespace {
 const QString kService = QStringLiteral("org.freedesktop.ModemManager1");
 const QString kCallInterface = QStringLiteral("org.freedesktop.ModemManager1.Call");
 const QString kVoiceInterface = QStringLiteral("org.freedesktop.ModemManager1.Modem.Voice");
+const QString kBusService = QStringLiteral("org.freedesktop.DBus");
+const QString kBusPath = QStringLiteral("/org/freedesktop/DBus");
+const QString kNameOwnerChanged = QStringLiteral("NameOwnerChanged");
 
 // ModemManager's call states (MMCallState).
 constexpr int kDialing = 1, kRingingOut = 2, kRingingIn = 3, kTerminated = 7;
@@ -56,11 +59,15 @@ public:
                bus_.connect(kService, QString(), kVoiceInterface, QStringLiteral("CallAdded"), this,
                             SLOT(onCallAdded(QDBusObjectPath))) &&
                bus_.connect(kService, QString(), kVoiceInterface, QStringLiteral("CallDeleted"), this,
-                            SLOT(onCallDeleted(QDBusObjectPath)));
+                            SLOT(onCallDeleted(QDBusObjectPath))) &&
+               bus_.connect(kBusService, kBusPath, kBusService, kNameOwnerChanged, {kService}, QString(),
+                            this, SLOT(onOwnerChanged(QString, QString, QString)));
     }
 
     void Unwatch()
     {
+        bus_.disconnect(kBusService, kBusPath, kBusService, kNameOwnerChanged, {kService}, QString(), this,
+                        SLOT(onOwnerChanged(QString, QString, QString)));
         bus_.disconnect(kService, QString(), kCallInterface, QStringLiteral("StateChanged"), this,
                         SLOT(onStateChanged(int, int, uint, QDBusMessage)));
         bus_.disconnect(kService, QString(), kVoiceInterface, QStringLiteral("CallAdded"), this,
@@ -89,6 +96,13 @@ public slots:
     }
 
     void onCallDeleted(const QDBusObjectPath& call) { reported_.remove(call.path()); }
+
+    // A ModemManager that went away (or was replaced) took its calls with it;
+    // one that comes back numbers its calls afresh from the same paths, and a
+    // new call there must not be taken for the old one's repeat.  Whether the
+    // call itself went on is unknown, so nothing is reported for it: a player
+    // paused for it stays paused rather than playing into a call.
+    void onOwnerChanged(const QString&, const QString&, const QString&) { reported_.clear(); }
 
 private:
     void report(const QString& call, CallState state)

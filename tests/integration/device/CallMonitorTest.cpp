@@ -107,6 +107,39 @@ TEST_F(CallMonitorTest, PausedPlayerIsNotResumedAfterACall)
     EXPECT_FALSE(playing());
 }
 
+TEST_F(CallMonitorTest, AModemManagerThatVanishesMidCallIsHeardAgainWhenItReturns)
+{
+    startPlayer();
+    startModemManager();
+    play();
+    addCall(kIncoming, kRingingIn);
+    ASSERT_TRUE(pump([&] { return !playing(); }));
+    // ModemManager dies in the middle of the call; the listener plays on by hand.
+    bus_.KillServices();
+    play();
+    // Back again, it numbers its calls afresh: the new call has the old one's path.
+    startModemManager();
+    addCall(kIncoming, kRingingIn);
+    EXPECT_TRUE(pump([&] { return !playing(); }, 10000)) << "the new call was taken for the old one";
+}
+
+TEST_F(CallMonitorTest, AModemManagerThatNeverAnswersOrDiesMidReadNeverStallsPlayback)
+{
+    startPlayer(PacedWaveOut);
+    play();
+    ASSERT_TRUE(
+        bus_.StartService(kModemManager, {QStringLiteral(TALVO_DEVICE_SCRIPTS "/unanswering_service.py"),
+                                          QStringLiteral("modemmanager")}));
+    // Every read of its calls waits out the whole timeout on the call line's thread.
+    EXPECT_GE(advanceOver(3000), 1500u);
+    bus_.KillServices(); // mid-read: a read is always under way by now
+    EXPECT_GE(advanceOver(3000), 1500u);
+
+    startModemManager();
+    addCall(kIncoming, kRingingIn);
+    EXPECT_TRUE(pump([&] { return !playing(); }, 10000));
+}
+
 TEST_F(CallMonitorTest, NoSystemBusMeansNoCallMonitorAndPlaybackAsUsual)
 {
     qputenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/talvo-test-bus");

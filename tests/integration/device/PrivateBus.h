@@ -48,12 +48,18 @@ public:
     // until it owns busName.
     bool StartMock(const QString& busName, const QString& templ, bool systemBus)
     {
+        return StartService(busName, {QStringLiteral("-m"), QStringLiteral("dbusmock"),
+                                      systemBus ? QStringLiteral("--system") : QStringLiteral("--session"),
+                                      QStringLiteral("-t"), templ});
+    }
+
+    // Starts a service of Python's (a script and its arguments, or -m and a
+    // module) and waits until it owns busName.
+    bool StartService(const QString& busName, const QStringList& pythonArguments)
+    {
         QProcess& mock = mocks_.emplace_back();
         mock.setProcessChannelMode(QProcess::ForwardedChannels);
-        mock.start(QStringLiteral("/usr/bin/python3"),
-                   {QStringLiteral("-m"), QStringLiteral("dbusmock"),
-                    systemBus ? QStringLiteral("--system") : QStringLiteral("--session"),
-                    QStringLiteral("-t"), templ});
+        mock.start(QStringLiteral("/usr/bin/python3"), pythonArguments);
         QElapsedTimer clock;
         clock.start();
         while (clock.elapsed() < 20000) {
@@ -64,6 +70,16 @@ public:
             QThread::msleep(20);
         }
         return false;
+    }
+
+    // Kills every service started so far, as a crash would: no goodbye on the bus.
+    void KillServices()
+    {
+        for (QProcess& mock : mocks_) {
+            mock.kill();
+            mock.waitForFinished();
+        }
+        mocks_.clear();
     }
 
     // Calls a method of a mock's org.freedesktop.DBus.Mock interface.

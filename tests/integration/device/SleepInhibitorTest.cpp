@@ -71,5 +71,31 @@ TEST_F(SleepInhibitorTest, ALockThatArrivesAfterStopIsClosed)
     EXPECT_TRUE(pump([&] { return inhibitors().isEmpty(); }));
 }
 
+// A logind that takes every request for a lock and never answers.
+class UnansweringLogindTest : public PlayerFixture {
+protected:
+    PrivateBus bus_{"DBUS_SYSTEM_BUS_ADDRESS"};
+};
+
+TEST_F(UnansweringLogindTest, PlaybackStartsStopsAndKeepsItsPace)
+{
+    WritePcmProgram(musicPath("Reader/Book/book.zq"), "book", 600);
+    ASSERT_TRUE(bus_.StartService(
+        kLogind, {QStringLiteral(TALVO_DEVICE_SCRIPTS "/unanswering_service.py"), QStringLiteral("logind")}));
+    startPlayer(PacedWaveOut);
+    for (int i = 0; i < 5; ++i) {
+        frame_->SendCommand(Command::PlayStop);
+        ASSERT_TRUE(frame_->Audio().IsPlaying());
+        frame_->SendCommand(Command::PlayStop);
+        ASSERT_FALSE(frame_->Audio().IsPlaying());
+    }
+    frame_->SendCommand(Command::PlayStop);
+    EXPECT_GE(advanceOver(3000), 1500u);
+    QElapsedTimer closing;
+    closing.start();
+    frame_.reset();
+    EXPECT_LT(closing.elapsed(), 10000) << "the player waited for logind when it closed";
+}
+
 } // namespace
 } // namespace talvo::test
