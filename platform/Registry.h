@@ -46,6 +46,8 @@ inline constexpr RegStatus ERROR_FILE_NOT_FOUND = 2;
 inline constexpr RegStatus ERROR_ACCESS_DENIED = 5;
 inline constexpr RegStatus ERROR_INVALID_HANDLE = 6;
 inline constexpr RegStatus ERROR_NOT_ENOUGH_MEMORY = 8;
+// The file system holding the store is full; the write changed nothing.
+inline constexpr RegStatus ERROR_DISK_FULL = 112;
 inline constexpr RegStatus ERROR_INVALID_PARAMETER = 87;
 inline constexpr RegStatus ERROR_MORE_DATA = 234;
 inline constexpr RegStatus ERROR_NO_MORE_ITEMS = 259;
@@ -121,6 +123,9 @@ public:
         static_cast<void>(commit);
         return ERROR_SUCCESS;
     }
+    // The errno behind the last call that failed (ENOSPC for a full disk), or
+    // 0 when none is known; read right after the failure.
+    virtual int LastSystemError() const { return 0; }
 };
 
 // REG_SZ conversions: UTF-16LE bytes with the terminator, and back (a missing

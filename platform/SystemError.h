@@ -19,7 +19,6 @@ inline constexpr std::int32_t ERROR_PATH_NOT_FOUND = 3;
 inline constexpr std::int32_t ERROR_GEN_FAILURE = 31;
 inline constexpr std::int32_t ERROR_SHARING_VIOLATION = 32;
 inline constexpr std::int32_t ERROR_FILE_EXISTS = 80;
-inline constexpr std::int32_t ERROR_DISK_FULL = 112;
 inline constexpr std::int32_t ERROR_FILENAME_EXCED_RANGE = 206;
 
 struct SystemError {

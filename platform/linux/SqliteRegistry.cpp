@@ -159,6 +159,8 @@ RegStatus StatusOf(int sqliteCode)
     case SQLITE_CORRUPT:
     case SQLITE_NOTADB:
         return ERROR_BADDB;
+    case SQLITE_FULL:
+        return ERROR_DISK_FULL; // SQLite keeps no errno for it
     default:
         return ERROR_REGISTRY_IO_FAILED;
     }
@@ -208,6 +210,8 @@ public:
         statements_.reset();
         sqlite3_close_v2(db_);
     }
+
+    int LastSystemError() const override { return sqlite3_system_errno(db_); }
 
     // Prepares the statements; fails when the tables are not the registry's.
     RegStatus Prepare()

@@ -41,6 +41,8 @@ RegStatus StatusOfErrno(int error)
         return ERROR_ACCESS_DENIED;
     case ENOMEM:
         return ERROR_NOT_ENOUGH_MEMORY;
+    case ENOSPC:
+        return ERROR_DISK_FULL;
     default:
         return ERROR_REGISTRY_IO_FAILED;
     }
@@ -172,7 +174,7 @@ RegStatus BackUp(const std::string& storePath, const std::string& temporary, int
     }
     if (rc != SQLITE_OK) {
         *systemError = copy.db ? sqlite3_system_errno(copy.db) : 0;
-        return (rc & 0xFF) == SQLITE_FULL ? ERROR_REGISTRY_IO_FAILED : StatusOfErrno(*systemError);
+        return (rc & 0xFF) == SQLITE_FULL ? ERROR_DISK_FULL : StatusOfErrno(*systemError);
     }
     return CheckSqliteConsistency(copy.db);
 }

@@ -2,6 +2,7 @@
 
 #include "app/FirstPaintGate.h"
 #include "app/InfoScreens.h"
+#include "app/StoreOpening.h"
 #include "base/CommandIds.h"
 #include "base/DetectPlatform.h"
 #include "base/StringTable.h"
@@ -263,6 +264,9 @@ CMainFrame::CMainFrame(Environment environment)
 {
     setWindowTitle(LoadString(Str::AppName));
     setFocusPolicy(Qt::StrongFocus);
+    store_.OnSaveFailed([](const ProgramFile& entry, RegStatus status, int systemError) {
+        TellProgramStateNotSaved(QString::fromStdU16String(entry.GetTitle()), status, systemError);
+    });
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);

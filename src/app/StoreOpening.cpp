@@ -31,6 +31,8 @@ QString CauseText(RegStatus status, int systemError)
         return LoadString(Str::StoreCauseOtherKind);
     case ERROR_NOT_ENOUGH_MEMORY:
         return LoadString(Str::StoreCauseMemory);
+    case ERROR_DISK_FULL:
+        return SystemErrorTextForCode(ERROR_DISK_FULL);
     default:
         return LoadString(Str::StoreCauseDisk);
     }
@@ -83,6 +85,13 @@ std::unique_ptr<Registry> OpenSettingsStore(const std::string& path)
     if (opened.registry)
         KeepLastGoodCopy(path, kLastGoodCopyMaxAge);
     return std::move(opened.registry);
+}
+
+void TellProgramStateNotSaved(const QString& title, RegStatus status, int systemError)
+{
+    const std::int32_t number = systemError != 0 ? ErrorCodeFromErrno(systemError) : std::int32_t{status};
+    ShowStoreBox(FormatString(Str::ProgramStateNotSaved, title.toUtf8().constData(),
+                              CauseText(status, systemError).toUtf8().constData(), int(number)));
 }
 
 void KeepLastGoodCopy(const std::string& path, std::optional<std::chrono::seconds> maxAge)

@@ -20,6 +20,10 @@ std::unique_ptr<Registry> OpenSettingsStore(const std::string& path);
 // there is older); a failure is told in a box, the earlier copy being kept.
 void KeepLastGoodCopy(const std::string& path, std::optional<std::chrono::seconds> maxAge);
 
+// Tells the listener that a program's place and bookmarks could not be saved
+// (a full disk), and why.
+void TellProgramStateNotSaved(const QString& title, RegStatus status, int systemError);
+
 // "40 minutes", "5 hours", "3 days": how old a copy is, in the unit a
 // listener would use.
 QString AgeText(std::chrono::seconds age);

@@ -189,6 +189,7 @@ enum Id : int {
     StoreCauseOtherKind = 61521,
     StoreCauseMemory = 61522,
     StoreCauseDisk = 61523,
+    ProgramStateNotSaved = 61524,
 
     // 61600: formats shown to the user.
     TimeHms = 61600,
@@ -389,6 +390,9 @@ inline constexpr StringEntry kStringTable[] = {
     {Str::StoreCauseOtherKind, "it is a database of another kind, or of a later version of the player"},
     {Str::StoreCauseMemory, "not enough memory"},
     {Str::StoreCauseDisk, "the disk could not be read or written"},
+    {Str::ProgramStateNotSaved,
+     "The place and bookmarks of \"%s\" could not be saved: %s (error %d). What was "
+     "saved before is kept."},
 
     {Str::TimeHms, "%.02d:%.02d:%.02d"},
     {Str::SizeMegabytes, "%ld.%ld MB"},

@@ -130,6 +130,24 @@ bool QueryLivePosition(Registry& registry, const QString& programKey, DWORD* pos
     return found;
 }
 
+// Bookmark index of the list under bookmarks, as its own subkey.
+RegStatus WriteBookmark(Registry& registry, HKEY bookmarks, std::uint32_t index, const Bookmark& bookmark,
+                        std::uint32_t spanStartMs)
+{
+    KeyCloser keys(registry);
+    HKEY item = 0;
+    if (RegStatus status = registry.CreateKey(bookmarks, BookmarkKeyName(index), kCreateAccess, &item);
+        status != ERROR_SUCCESS)
+        return status;
+    keys.Keep(item);
+    std::vector<std::uint8_t> name = RegSzBytes(bookmark.name);
+    if (RegStatus status =
+            registry.SetValue(item, kName, REG_SZ, name.data(), static_cast<DWORD>(name.size()));
+        status != ERROR_SUCCESS)
+        return status;
+    return SetDword(registry, item, kTimeOffset, bookmark.timeMs + spanStartMs);
+}
+
 void WaitForSeekGate(const ProgramFile& entry)
 {
     while (!entry.seekGate.load())
@@ -143,27 +161,42 @@ bool ProgramStateStore::SaveProgramState(ProgramFile& entry)
     // The SDK keeps its own copy of the position in the side file; it goes first
     // so that it is current even when the registry write below fails.
     ZQXSavePlaybackPosition(entry.sdkHandle, ZQX_SAVE_TO_SIDE_FILE);
+    const RegStatus status = writeProgramState(entry);
+    if (status == ERROR_SUCCESS) {
+        failing_ = false;
+        return true;
+    }
+    // Read before anything else touches the store.
+    const int systemError = registry_.LastSystemError();
+    if (!failing_ && saveFailed_)
+        saveFailed_(entry, status, systemError);
+    failing_ = true;
+    return false;
+}
 
+RegStatus ProgramStateStore::writeProgramState(ProgramFile& entry)
+{
     // The list is deleted and then written again key by key; as one
     // transaction, a player killed or a write failing halfway leaves the
     // record as it was before this save, never a Count with part of a list.
     RegistryTransaction transaction(registry_);
     if (transaction.status() != ERROR_SUCCESS)
-        return false;
+        return transaction.status();
     const QString programKey = entry.Key();
     KeyCloser keys(registry_);
     HKEY record = 0;
-    if (registry_.CreateKey(HKEY_LOCAL_MACHINE, ProgramKeyPath(programKey), kCreateAccess, &record) !=
-        ERROR_SUCCESS)
-        return false;
+    if (RegStatus status =
+            registry_.CreateKey(HKEY_LOCAL_MACHINE, ProgramKeyPath(programKey), kCreateAccess, &record);
+        status != ERROR_SUCCESS)
+        return status;
     keys.Keep(record);
 
     std::uint32_t position = 0;
     if (entry.sdkHandle != 0)
         ZQXGetPlaybackPosition(entry.sdkHandle, &position);
     position += entry.GetTimeSpanStart();
-    if (SetDword(registry_, record, kPlayPos, position) != ERROR_SUCCESS)
-        return false;
+    if (RegStatus status = SetDword(registry_, record, kPlayPos, position); status != ERROR_SUCCESS)
+        return status;
     // The side file is current again; a record without the mark never had one.
     registry_.DeleteValue(record, kPlayPosLive);
 
@@ -173,31 +206,23 @@ bool ProgramStateStore::SaveProgramState(ProgramFile& entry)
     keys.CloseNow(record);
 
     HKEY bookmarks = 0;
-    if (registry_.CreateKey(HKEY_LOCAL_MACHINE, BookmarksKeyPath(programKey), kCreateAccess, &bookmarks) !=
-        ERROR_SUCCESS)
-        return false;
+    if (RegStatus status =
+            registry_.CreateKey(HKEY_LOCAL_MACHINE, BookmarksKeyPath(programKey), kCreateAccess, &bookmarks);
+        status != ERROR_SUCCESS)
+        return status;
     keys.Keep(bookmarks);
-    if (SetDword(registry_, bookmarks, kCount, static_cast<DWORD>(entry.bookmarks.size())) != ERROR_SUCCESS)
-        return false;
+    if (RegStatus status = SetDword(registry_, bookmarks, kCount, static_cast<DWORD>(entry.bookmarks.size()));
+        status != ERROR_SUCCESS)
+        return status;
 
     for (std::size_t i = 0; i < entry.bookmarks.size(); ++i) {
-        const Bookmark& bookmark = entry.bookmarks[i];
-        HKEY item = 0;
-        if (registry_.CreateKey(bookmarks, BookmarkKeyName(static_cast<std::uint32_t>(i)), kCreateAccess,
-                                &item) != ERROR_SUCCESS)
-            return false;
-        keys.Keep(item);
-        std::vector<std::uint8_t> name = RegSzBytes(bookmark.name);
-        if (registry_.SetValue(item, kName, REG_SZ, name.data(), static_cast<DWORD>(name.size())) !=
-            ERROR_SUCCESS)
-            return false;
-        if (SetDword(registry_, item, kTimeOffset, bookmark.timeMs + entry.GetTimeSpanStart()) !=
-            ERROR_SUCCESS)
-            return false;
-        keys.CloseNow(item);
+        if (RegStatus status = WriteBookmark(registry_, bookmarks, static_cast<std::uint32_t>(i),
+                                             entry.bookmarks[i], entry.GetTimeSpanStart());
+            status != ERROR_SUCCESS)
+            return status;
     }
     keys.CloseNow(bookmarks);
-    return transaction.Commit() == ERROR_SUCCESS;
+    return transaction.Commit();
 }
 
 bool ProgramStateStore::SavePlayingPosition(const ProgramFile& entry, std::uint32_t positionMs)

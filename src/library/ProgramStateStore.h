@@ -8,17 +8,25 @@
 #include "playback/ProgramFile.h"
 
 #include <QString>
+#include <functional>
 #include <vector>
 
 namespace talvo {
 
 class ProgramStateStore {
 public:
+    // Told of a save that failed, with the errno behind it (or 0); the listener
+    // must hear that a place or a bookmark was not kept.
+    using SaveFailed = std::function<void(const ProgramFile& entry, RegStatus status, int systemError)>;
+
     explicit ProgramStateStore(Registry& registry) : registry_(registry) {}
 
     // Saves the SDK's own position, then "play_pos" and the whole bookmark list
-    // in one registry transaction: all of it reaches the store, or none.
+    // in one registry transaction: all of it reaches the store, or none.  A
+    // failure goes to the SaveFailed listener, once until a save succeeds
+    // again, so that a disk that stays full is told once, not at every save.
     bool SaveProgramState(ProgramFile& entry);
+    void OnSaveFailed(SaveFailed listener) { saveFailed_ = std::move(listener); }
     // Keeps the position reached while playing (in file time) as "play_pos",
     // marked newer than the side file, in one small transaction; the bookmark
     // list is left as it is.
@@ -43,8 +51,11 @@ public:
 private:
     bool readRecordValue(const ProgramFile& entry, std::u16string_view name, DWORD* value);
     bool saveRecordValue(const ProgramFile& entry, std::u16string_view name, DWORD value);
+    RegStatus writeProgramState(ProgramFile& entry);
 
     Registry& registry_;
+    SaveFailed saveFailed_;
+    bool failing_ = false; // the last save failed and was told
 };
 
 // Drops every bookmark equal in name and time to an earlier one, as loading does.

@@ -1,11 +1,14 @@
 // The real player executable in a temporary device: the hand-over to a running
 // player, and a listener's position and bookmarks kept across a restart.
+#include "base/StringTable.h"
 #include "library/ProgramStateStore.h"
 #include "platform/InstanceChannel.h"
+#include "platform/SystemError.h"
 #include "tests/integration/playback/PlayerFixture.h"
 
 #include <QProcess>
 #include <QThread>
+#include <cerrno>
 #include <csignal>
 
 namespace talvo::test {
@@ -53,9 +56,10 @@ protected:
         EXPECT_EQ(first_.exitStatus(), QProcess::NormalExit);
     }
 
-    std::optional<QString> readString(const std::u16string& key, const std::u16string& name)
+    std::optional<QString> readString(const std::u16string& key, const std::u16string& name,
+                                      const QString& store = {})
     {
-        auto registry = OpenSqliteRegistry(device_.registryPath().toStdString());
+        auto registry = OpenSqliteRegistry((store.isEmpty() ? device_.registryPath() : store).toStdString());
         HKEY handle = 0;
         if (registry->OpenKey(HKEY_LOCAL_MACHINE, key, KEY_READ, &handle) != ERROR_SUCCESS)
             return std::nullopt;
@@ -146,6 +150,88 @@ TEST_F(PlayerProcess, PositionAndBookmarksSurviveARestart)
     terminateFirst();
     EXPECT_EQ(readString(u"SOFTWARE\\Talvo\\AudioData\\book", u"play_pos"), QString::number(position));
     EXPECT_EQ(readString(bookmarks, u"Count"), "2");
+}
+
+// The player with its store alone on a small file system, in a mount namespace
+// of its own (unshare: no privilege needed where user namespaces are allowed).
+// The test fills that file system through /proc/PID/root while the player
+// plays, then ends the player, whose saves at exit find the disk full; what
+// the file system holds then is copied out for the test to read.
+constexpr char kSmallDiskScript[] = R"sh(
+store="$1"; seed="$2"; out="$3"; pidfile="$4"; shift 4
+cp -a "$store"/. "$seed"/ && mount -t tmpfs -o size=1m tmpfs "$store" && cp -a "$seed"/. "$store"/ || exit 99
+"$@" &
+echo $! > "$pidfile"
+wait $!
+status=$?
+cp -a "$store"/. "$out"/
+exit $status
+)sh";
+
+pid_t ReadPid(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? static_cast<pid_t>(file.readAll().trimmed().toInt()) : 0;
+}
+
+// Writes into folder until the file system holding it is full.
+bool FillFileSystem(const QString& folder)
+{
+    QFile filler(folder + QStringLiteral("/filler"));
+    if (!filler.open(QIODevice::WriteOnly))
+        return false;
+    const QByteArray block(4096, 'x');
+    while (filler.write(block) == block.size() && filler.flush()) {
+    }
+    return filler.error() != QFileDevice::NoError;
+}
+
+TEST_F(PlayerProcess, ASaveOnAFullDiskIsToldAndWhatWasSavedBeforeIsKept)
+{
+    if (QProcess::execute(QStringLiteral("unshare"), {QStringLiteral("-rm"), QStringLiteral("true")}) != 0)
+        GTEST_SKIP() << "no user and mount namespaces here (unshare -rm)";
+    const QString path = WritePcmProgram(device_.path("music/Author/Book/book.zq"), "book", 120);
+    const QString store = device_.path("store/registry.db");
+    for (const char* folder : {"store", "seed", "after"})
+        QDir().mkpath(device_.path(folder));
+    device_.set("TALVOPLAYER_REGISTRY", store);
+    {
+        auto registry = OpenSqliteRegistry(store.toStdString());
+        ProgramStateStore earlier(*registry);
+        ProgramFile entry(path);
+        ASSERT_EQ(entry.ReadMetadata(), ZQX_OK);
+        entry.bookmarks = {{u"Opening", 5000}, {u"Storm", 61000}};
+        ASSERT_TRUE(earlier.SaveProgramState(entry));
+    }
+    QProcess wrapper;
+    wrapper.setProcessChannelMode(QProcess::ForwardedChannels);
+    const QString pidFile = device_.path("player.pid");
+    wrapper.start(QStringLiteral("unshare"),
+                  {QStringLiteral("-rm"), QStringLiteral("sh"), QStringLiteral("-c"),
+                   QString::fromLatin1(kSmallDiskScript), QStringLiteral("sh"), device_.path("store"),
+                   device_.path("seed"), device_.path("after"), pidFile, kPlayer,
+                   QStringLiteral("-File:") + path});
+    ASSERT_TRUE(wrapper.waitForStarted());
+    for (int i = 0; i < 200 && !InstanceClient().Connect(QStringLiteral("TalvoPlayerMainWnd"), 100); ++i)
+        QThread::msleep(50);
+    const pid_t player = ReadPid(pidFile);
+    ASSERT_NE(player, 0) << "the player did not start on the small disk";
+    QThread::msleep(1500); // playing, with the position kept as it goes
+    ASSERT_TRUE(FillFileSystem(QStringLiteral("/proc/%1/root%2").arg(player).arg(device_.path("store"))));
+    ::kill(player, SIGTERM);
+    ASSERT_TRUE(wrapper.waitForFinished(30000));
+    EXPECT_EQ(wrapper.exitCode(), 0);
+
+    const QString told =
+        FormatString(Str::ProgramStateNotSaved, "Program book",
+                     SystemErrorFromErrno(ENOSPC).text.toUtf8().constData(), ERROR_DISK_FULL);
+    EXPECT_TRUE(device_.messages().filter(told).size() == 1) << device_.messages().join('\n').toStdString();
+    const QString after = device_.path("after/registry.db");
+    const std::u16string bookmarks = u"SOFTWARE\\Talvo\\AudioData\\book\\Bookmarks";
+    EXPECT_EQ(readString(bookmarks, u"Count", after), "2");
+    EXPECT_EQ(readString(bookmarks + u"\\Bookmark0", u"Name", after), "Opening");
+    EXPECT_EQ(readString(bookmarks + u"\\Bookmark1", u"Time Offset", after), "61000");
+    EXPECT_TRUE(readString(u"SOFTWARE\\Talvo\\AudioData\\book", u"play_pos", after).has_value());
 }
 
 TEST_F(PlayerProcess, OfPlayersStartedAtTheSameMomentExactlyOneStaysUp)
