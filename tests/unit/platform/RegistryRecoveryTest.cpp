@@ -194,6 +194,51 @@ TEST_F(RecoveryTest, AGarbageWriteAheadLogIsDamageAndTheNewerCopyComesBack)
     EXPECT_TRUE(aside.filter(QStringLiteral("-wal")).size() == 1) << aside.join(' ').toStdString();
 }
 
+// A rollback journal beside a sound store: one left by a process that died
+// while the store was not in WAL mode, or a stray file under that name.  A
+// journal whose header is not one holds nothing to roll back, in either mode.
+TEST_F(RecoveryTest, AGarbageRollbackJournalIsNotDamageAndNothingIsLost)
+{
+    QByteArray garbage;
+    for (int i = 0; i < 3 * 4096 + 100; ++i)
+        garbage.append(char((i * 131 + 7) & 0xFF));
+    for (const char* mode : {"DELETE", "WAL"}) {
+        SCOPED_TRACE(mode);
+        {
+            sqlite3* db = nullptr;
+            ASSERT_EQ(sqlite3_open(store_.c_str(), &db), SQLITE_OK);
+            const std::string pragma = std::string("PRAGMA journal_mode = ") + mode;
+            EXPECT_EQ(sqlite3_exec(db, pragma.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
+            sqlite3_close(db);
+        }
+        WriteAll(storePath_ + "-journal", garbage);
+        OpenedStore opened = OpenOrRecoverSqliteRegistry(store_);
+        ASSERT_TRUE(opened.registry) << opened.status;
+        EXPECT_FALSE(opened.recovery);
+        EXPECT_EQ(DumpStore(*opened.registry), lastGood_);
+        EXPECT_TRUE(KeptAside(dir_.path()).isEmpty());
+    }
+
+    // A real one: a process in rollback mode dies mid-transaction, after its
+    // cache spilled changed pages into the store.  They are rolled back.
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(store_.c_str(), &db), SQLITE_OK);
+    for (const char* sql : {"PRAGMA journal_mode = DELETE", "PRAGMA cache_size = 10", "BEGIN",
+                            "UPDATE vals SET data = zeroblob(200)"})
+        ASSERT_EQ(sqlite3_exec(db, sql, nullptr, nullptr, nullptr), SQLITE_OK) << sql;
+    const QByteArray crashed = ReadAll(storePath_);
+    const QByteArray journal = ReadAll(storePath_ + "-journal");
+    sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
+    sqlite3_close(db);
+    ASSERT_NE(crashed, ReadAll(storePath_)) << "nothing reached the store before the crash";
+    WriteAll(storePath_, crashed);
+    WriteAll(storePath_ + "-journal", journal);
+    OpenedStore opened = OpenOrRecoverSqliteRegistry(store_);
+    ASSERT_TRUE(opened.registry) << opened.status;
+    EXPECT_FALSE(opened.recovery);
+    EXPECT_EQ(DumpStore(*opened.registry), lastGood_);
+}
+
 TEST_F(RecoveryTest, WhatIsNotDamageMovesNothing)
 {
     // A folder where the store should be.
