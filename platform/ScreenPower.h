@@ -18,6 +18,7 @@
 //   stands for something else waking the screen.  The value "none" stands
 //   for a display that nothing can switch.
 #include <QString>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -35,6 +36,10 @@ public:
     virtual void SetScreenPower(bool on) = 0;
     // Whether the screen is lit now; nullopt when the service cannot tell.
     virtual std::optional<bool> IsScreenOn() = 0;
+    // woken is called when the service announces the screen lit, whoever lit
+    // it (the compositor's PropertiesChanged); a service that announces
+    // nothing never calls it, and input still asks IsScreenOn.
+    virtual void WatchForWaking(std::function<void()> woken) = 0;
 };
 
 // The recording display when TALVOPLAYER_SCREEN_POWER is set, else the real one.

@@ -3,7 +3,9 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusVariant>
+#include <QObject>
 #include <QVariant>
+#include <QVariantMap>
 
 // Xlib's headers define macros (None, Bool, Status) that clash with Qt's; they
 // come last and stay in this file.
@@ -47,6 +49,30 @@ void setMutterPowerSaveMode(int mode)
     set << kMutterService << kPowerSaveMode << QVariant::fromValue(QDBusVariant(mode));
     QDBusConnection::sessionBus().call(set, QDBus::NoBlock);
 }
+
+// Hears the compositor announce its PowerSaveMode, from whichever program
+// (a compositor that appears later too: the name is watched, not its owner).
+class MutterWakeWatcher : public QObject {
+    Q_OBJECT
+public:
+    explicit MutterWakeWatcher(std::function<void()> woken) : woken_(std::move(woken))
+    {
+        QDBusConnection::sessionBus().connect(kMutterService, kMutterPath, kPropertiesInterface,
+                                              QStringLiteral("PropertiesChanged"), this,
+                                              SLOT(onPropertiesChanged(QString, QVariantMap, QStringList)));
+    }
+
+public slots:
+    void onPropertiesChanged(const QString&, const QVariantMap& changed, const QStringList&)
+    {
+        const auto mode = changed.constFind(kPowerSaveMode);
+        if (mode != changed.constEnd() && mode->toInt() == kMutterModeOn)
+            woken_();
+    }
+
+private:
+    std::function<void()> woken_;
+};
 
 // An X server's own display power.  Forcing a level needs DPMS enabled; when
 // the player had to enable it, it disables it again once the screen is back,
@@ -142,10 +168,16 @@ public:
         return std::nullopt;
     }
 
+    void WatchForWaking(std::function<void()> woken) override
+    {
+        mutterWatcher_ = std::make_unique<MutterWakeWatcher>(std::move(woken));
+    }
+
 private:
     enum class Service { Nothing, Mutter, Dpms };
     Service service_ = Service::Nothing;
     X11Dpms dpms_;
+    std::unique_ptr<MutterWakeWatcher> mutterWatcher_;
 };
 
 } // namespace
@@ -156,3 +188,5 @@ std::unique_ptr<ScreenPower> CreateDisplayScreenPower()
 }
 
 } // namespace talvo
+
+#include "DisplayScreenPower.moc"

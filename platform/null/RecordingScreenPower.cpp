@@ -28,6 +28,9 @@ public:
         return lines.last() != "off";
     }
 
+    // A file announces nothing: its state is read at the next input.
+    void WatchForWaking(std::function<void()>) override {}
+
 private:
     const QString path_;
 };

@@ -47,6 +47,7 @@ ScreenPowerOff::ScreenPowerOff(MessageWindow& window, const SettingsStore& setti
     : window_(window), settings_(settings), isPlaying_(std::move(isPlaying)), power_(std::move(power))
 {
     qApp->installEventFilter(this);
+    power_->WatchForWaking([this] { onScreenWoken(); });
 }
 
 ScreenPowerOff::~ScreenPowerOff()
@@ -102,6 +103,17 @@ void ScreenPowerOff::ScreenOnIfOff()
 {
     if (!screenOn_)
         ScreenOn();
+}
+
+void ScreenPowerOff::onScreenWoken()
+{
+    if (screenOn_)
+        return;
+    screenOn_ = true;
+    // Lit by something else while playing: dark again after the stored time,
+    // as after the listener's own input.
+    if (armed())
+        rearm();
 }
 
 void ScreenPowerOff::rearm()

@@ -5,8 +5,9 @@
 // every key and pointer event of the application before any widget does:
 // while the timer is armed it re-arms it, and a tap or key that finds the
 // screen off switches it on and goes no further.  The screen may have woken
-// without the player meanwhile, so the display is asked first: input that
-// finds it lit is the listener's and acts.
+// without the player meanwhile: a display that announces it is heard at once
+// (and the timer re-armed), and input asks the display first, so that input
+// finding the screen lit is the listener's and acts.
 //
 // Contract:
 // - UI thread only; the filter is installed on the application for as long
@@ -52,6 +53,7 @@ private:
     bool armed() const;
     bool windowInFront() const;
     void rearm();
+    void onScreenWoken();
     bool filterInput(const QEvent& event);
 
     MessageWindow& window_;

@@ -102,6 +102,8 @@ protected:
 TEST_F(DisplayScreenPowerTest, TheCompositorAnswersOnceItIsThereAndSwitchesTheScreen)
 {
     std::unique_ptr<ScreenPower> power = CreateDisplayScreenPower();
+    int woken = 0;
+    power->WatchForWaking([&] { ++woken; });
     EXPECT_FALSE(power->IsSupported());
     power->SetScreenPower(false); // goes nowhere, and does not fail
     EXPECT_EQ(power->IsScreenOn(), std::nullopt);
@@ -114,6 +116,7 @@ TEST_F(DisplayScreenPowerTest, TheCompositorAnswersOnceItIsThereAndSwitchesTheSc
     EXPECT_EQ(power->IsScreenOn(), false);
     // The compositor lights the screen on its own (a notification).
     setPowerSaveMode(0);
+    EXPECT_TRUE(waitFor([&] { return woken == 1; })) << "the compositor's announcement was not heard";
     EXPECT_EQ(power->IsScreenOn(), true);
     power->SetScreenPower(false);
     EXPECT_TRUE(waitFor([&] { return powerSaveMode() == 3; }));
