@@ -251,8 +251,14 @@ TEST_F(WaveOutTest, VolumeIsAppliedPerChannelAndSetWhileClosedCarriesIntoOpen)
 TEST_F(WaveOutTest, SimulatedFaults)
 {
     // Bursts: a pair is marked done before the first of its callbacks runs.
-    auto bursty = CreateWaveOut("null:max,burst=2");
+    // A device with nothing more queued lets a short burst go, so the first
+    // buffer plays for a second at real time: long enough for this thread to
+    // queue the rest on any loaded machine.
+    auto bursty = CreateWaveOut("null,burst=2");
     MakeSlots(6, 300);
+    slots[0].pcm.resize(22050);
+    slots[0].header.lpData = reinterpret_cast<char*>(slots[0].pcm.data());
+    slots[0].header.dwBufferLength = DWORD(slots[0].pcm.size() * 2);
     ASSERT_EQ(Open(*bursty, PlayerFormat(1, 22050)), MMSYSERR_NOERROR);
     QueueAll(*bursty);
     ASSERT_TRUE(WaitFor(6));
