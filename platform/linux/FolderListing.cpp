@@ -1,6 +1,7 @@
 #include "platform/FolderListing.h"
 
-#include <QFile>
+#include "platform/FileNames.h"
+
 #include <dirent.h>
 
 namespace talvo {
@@ -8,14 +9,14 @@ namespace talvo {
 QStringList ListFolderNames(const QString& folder)
 {
     QStringList names;
-    DIR* dir = opendir(QFile::encodeName(folder).constData());
+    DIR* dir = opendir(EncodeFileName(folder).constData());
     if (dir == nullptr)
         return names;
     while (const dirent* entry = readdir(dir)) {
         const char* name = entry->d_name;
         if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')))
             continue;
-        names.append(QFile::decodeName(name));
+        names.append(DecodeFileName(QByteArrayView(name)));
     }
     closedir(dir);
     return names;

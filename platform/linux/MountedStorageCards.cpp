@@ -1,5 +1,7 @@
 #include "platform/linux/MountInfo.h"
 
+#include "platform/FileNames.h"
+
 #include <QFile>
 #include <QSet>
 #include <pwd.h>
@@ -67,7 +69,7 @@ std::vector<StorageCard> RemovableMounts(const QByteArray& mountInfo, const QStr
         QList<QByteArray> fields = line.split(' ');
         if (fields.size() <= kMountPointField)
             continue;
-        QString mountPoint = QString::fromLocal8Bit(UnescapeMountPath(fields[kMountPointField]));
+        QString mountPoint = DecodeFileName(UnescapeMountPath(fields[kMountPointField]));
         int slash = mountPoint.lastIndexOf(QLatin1Char('/'));
         if (slash <= 0 || slash == mountPoint.size() - 1)
             continue;
@@ -90,7 +92,7 @@ std::unique_ptr<StorageCards> CreateMountedStorageCards()
 bool GetStorageSpace(const QString& folder, StorageSpace* space)
 {
     struct statvfs info {};
-    if (statvfs(QFile::encodeName(folder).constData(), &info) != 0)
+    if (statvfs(EncodeFileName(folder).constData(), &info) != 0)
         return false;
     const std::uint64_t unit = info.f_frsize ? info.f_frsize : info.f_bsize;
     space->totalBytes = static_cast<std::uint64_t>(info.f_blocks) * unit;

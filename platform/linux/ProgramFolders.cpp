@@ -1,5 +1,7 @@
 #include "platform/ProgramFolders.h"
 
+#include "platform/FileNames.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
@@ -69,7 +71,7 @@ QString ProgramFolder()
 
 QString MusicFolder()
 {
-    const QString music = qEnvironmentVariable(kMusicVariable);
+    const QString music = DecodeFileName(qgetenv(kMusicVariable));
     return music.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::MusicLocation) : music;
 }
 

@@ -1,6 +1,7 @@
 #include "platform/SystemError.h"
 
-#include <QFile>
+#include "platform/FileNames.h"
+
 #include <cerrno>
 #include <cstring>
 #include <unistd.h>
@@ -61,7 +62,7 @@ QString SystemErrorTextForCode(std::int32_t code)
 SystemError DeleteFileOnly(const QString& path)
 {
     // unlink, not remove(): remove() would also take an empty folder.
-    if (::unlink(QFile::encodeName(path).constData()) == 0)
+    if (::unlink(EncodeFileName(path).constData()) == 0)
         return {};
     return SystemErrorFromErrno(errno);
 }

@@ -2,6 +2,8 @@
 // the folders that stand for cards in TALVOPLAYER_CARDS.
 #include "platform/StorageCards.h"
 
+#include "platform/FileNames.h"
+
 #include <QDir>
 
 namespace talvo {
@@ -13,7 +15,7 @@ public:
     {
         std::vector<StorageCard> cards;
         const QStringList folders =
-            qEnvironmentVariable(kStorageCardsVariable).split(QLatin1Char(':'), Qt::SkipEmptyParts);
+            DecodeFileName(qgetenv(kStorageCardsVariable)).split(QLatin1Char(':'), Qt::SkipEmptyParts);
         for (const QString& folder : folders) {
             QString root = QDir::cleanPath(folder);
             QString name = root.section(QLatin1Char('/'), -1);

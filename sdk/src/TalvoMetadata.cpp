@@ -12,7 +12,7 @@ int CTalvoMetadata::OpenZQXFile(const std::u16string& path)
 {
     try {
         CloseZQXFile();
-        const auto utf8 = Utf16ToUtf8(path);
+        const auto utf8 = PathBytesFromUtf16(path);
         if (!utf8 || path.empty())
             return ZQX_ERR_BAD_ARGUMENT;
         ReadOnlyFile file;

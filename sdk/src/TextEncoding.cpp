@@ -6,6 +6,9 @@ namespace zqx {
 namespace {
 
 constexpr char32_t kReplacement = 0xFFFD;
+// A lone U+DC80 to U+DCFF in a path is one byte of a name that is not UTF-8.
+constexpr char32_t kFirstByteEscape = 0xDC80;
+constexpr char32_t kLastByteEscape = 0xDCFF;
 
 void AppendUtf8(std::string& out, char32_t c)
 {
@@ -61,7 +64,7 @@ std::optional<char32_t> NextUtf8(const std::string& text, size_t& i)
 
 } // namespace
 
-std::optional<std::string> Utf16ToUtf8(const std::u16string& text)
+std::optional<std::string> PathBytesFromUtf16(const std::u16string& text)
 {
     // Paths are mostly ASCII, and a library search converts one per file: the
     // ASCII run at the start is copied in one pass.
@@ -78,6 +81,9 @@ std::optional<std::string> Utf16ToUtf8(const std::u16string& text)
             if (i + 1 >= text.size() || text[i + 1] < 0xDC00 || text[i + 1] > 0xDFFF)
                 return std::nullopt;
             c = 0x10000 + ((c - 0xD800) << 10) + (text[++i] - 0xDC00);
+        } else if (c >= kFirstByteEscape && c <= kLastByteEscape) {
+            out += char(c & 0xFF);
+            continue;
         } else if (c >= 0xDC00 && c <= 0xDFFF) {
             return std::nullopt;
         }

@@ -135,7 +135,7 @@ std::optional<std::string> PathFromUtf16(const char16_t* path)
         ++n;
     if (n == 0 || n == kMaxPathUnits)
         return std::nullopt;
-    return Utf16ToUtf8(std::u16string(path, n));
+    return PathBytesFromUtf16(std::u16string(path, n));
 }
 
 int32_t OpenProgramFile(const char16_t* widePath, std::shared_ptr<OpenProgram>& out)

@@ -3,6 +3,7 @@
 // side file brings a position back across a close.
 
 #include "SdkTestSupport.h"
+#include "zqx/TalvoMetadata.h"
 
 #include <gtest/gtest.h>
 
@@ -147,6 +148,24 @@ TEST(PositionFile, SavedPositionComesBackOnOpenUnderTheSideFileName)
         EXPECT_EQ(Position(h), 0u);
         ZQXCloseFile(h);
     }
+}
+
+TEST(PositionFile, NameThatIsNotUtf8OpensAndKeepsItsSideFile)
+{
+    ScratchFolder dir;
+    // "caf\xe9.zq" in Latin-1; the player hands the byte 0xE9 over as U+DCE9.
+    WriteTenSeconds(dir, "caf\xe9.zq", {});
+    const std::u16string wide = Wide(dir.File("")) + u"caf\xDCE9.zq";
+    ZQXHANDLE h = 0;
+    ASSERT_EQ(ZQXOpenFileWinW(&h, wide.c_str()), ZQX_OK);
+    ASSERT_EQ(ZQXSeek(h, 3000), ZQX_OK);
+    ASSERT_EQ(ZQXSavePlaybackPosition(h, ZQX_SAVE_TO_SIDE_FILE), ZQX_OK);
+    ZQXCloseFile(h);
+    EXPECT_TRUE(std::filesystem::exists(dir.File("caf\xe9.pos")));
+    CTalvoMetadata metadata;
+    EXPECT_EQ(metadata.OpenZQXFile(wide), ZQX_OK);
+    // U+DCE9 is the byte, not the UTF-8 of U+00E9: "caf\u00e9.zq" is no file here.
+    EXPECT_EQ(metadata.OpenZQXFile(u"" + Wide(dir.File("")) + u"caf\u00e9.zq"), ZQX_ERR_NO_FILE);
 }
 
 TEST(Handles, ClosedAndForeignHandlesAreRefused)

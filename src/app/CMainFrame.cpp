@@ -11,6 +11,7 @@
 #include "library/BookmarkDialogs.h"
 #include "library/ProgramList.h"
 #include "library/ProgramListDialog.h"
+#include "platform/FileNames.h"
 #include "platform/KeepAwake.h"
 #include "platform/MessageBox.h"
 #include "platform/ProgramFolders.h"
@@ -24,7 +25,6 @@
 
 #include <QApplication>
 #include <QCloseEvent>
-#include <QFileInfo>
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QMenu>
@@ -926,8 +926,8 @@ void CMainFrame::initialLoad()
 
 void CMainFrame::onOpenProgramFile(const QString& path)
 {
-    QFileInfo info(path);
-    if (path.isEmpty() || !info.exists() || info.isDir())
+    const PathStatus status = StatusOfPath(path);
+    if (!status.exists || status.isFolder)
         return;
     int index = library_.IndexOfPath(path);
     if (index < 0) {
@@ -967,8 +967,8 @@ void CMainFrame::onSyncDeleteProgram(const QString& path)
     ProgramFile* current = library_.Current();
     const QString currentPath = current ? current->path : QString();
     const bool wasPlaying = audio_.IsPlaying();
-    QFileInfo info(path);
-    if (!path.isEmpty() && info.exists() && !info.isDir()) {
+    const PathStatus status = StatusOfPath(path);
+    if (status.exists && !status.isFolder) {
         if (path == currentPath && wasPlaying)
             audio_.StartOrStop();
         int index = library_.IndexOfPath(path);

@@ -1,6 +1,7 @@
 #include "base/CommandLine.h"
 
-#include <QFileInfo>
+#include "platform/FileNames.h"
+
 #include <array>
 
 namespace talvo {
@@ -54,7 +55,7 @@ QString ParseFileArgument(const QStringList& arguments, const std::function<bool
         qsizetype quote = path.indexOf(QLatin1Char('"'));
         if (quote >= 0)
             path.truncate(quote);
-        bool found = exists ? exists(path) : (!path.isEmpty() && QFileInfo::exists(path));
+        bool found = exists ? exists(path) : StatusOfPath(path).exists;
         return found ? path : QString();
     }
     return {};

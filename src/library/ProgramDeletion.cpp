@@ -1,6 +1,7 @@
 #include "library/ProgramDeletion.h"
 
 #include "base/StringTable.h"
+#include "platform/FileNames.h"
 #include "platform/MessageBox.h"
 #include "platform/SystemError.h"
 
@@ -19,7 +20,7 @@ bool DeleteFileReporting(const QString& path)
     const SystemError error = DeleteFileOnly(path);
     if (error.code == ERROR_SUCCESS)
         return true;
-    const QByteArray name = path.toUtf8();
+    const QByteArray name = DisplayFileName(path).toUtf8();
     const QByteArray reason = error.text.toUtf8();
     const QString text = QString::asprintf(LoadString(Str::DeleteProgramFailed).toUtf8().constData(),
                                            name.constData(), reason.constData());

@@ -1,13 +1,13 @@
 #include "library/ProgramDetailsPage.h"
 
 #include "base/StringTable.h"
+#include "platform/FileNames.h"
 #include "platform/ProgramFolders.h"
 #include "platform/SystemError.h"
 #include "platform/Trace.h"
 #include "skins/ImageDecoding.h"
 
 #include <QFile>
-#include <QFileInfo>
 #include <QUrl>
 #include <cerrno>
 
@@ -113,8 +113,7 @@ ProgramDetails GatherProgramDetails(const ProgramEntry& entry)
     details.provider = fromSdk(entry.GetProvider());
     details.description = fromSdk(entry.GetDescription());
     // A file the file system cannot find counts as 0 bytes; the row stays.
-    const QFileInfo file(entry.path);
-    details.sizeBytes = file.exists() ? static_cast<std::uint32_t>(file.size()) : 0;
+    details.sizeBytes = static_cast<std::uint32_t>(StatusOfPath(entry.path).sizeBytes);
     details.runningTimeMs = entry.durationMs;
     details.fileType = entry.fileType;
     details.inMainMemory = entry.inMainMemory;

@@ -3,13 +3,13 @@
 #include "base/StringTable.h"
 #include "library/ProgramDeletion.h"
 #include "library/ProgramStateStore.h"
+#include "platform/FileNames.h"
 #include "platform/FolderListing.h"
 #include "platform/ProgramFolders.h"
 #include "settings/SettingsStore.h"
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QFileInfo>
 #include <algorithm>
 #include <new>
 
@@ -116,8 +116,8 @@ void ProgramLibrary::ScanCardFolders(const StorageCard& card, bool requireDirect
     const QString root = WithSlash(card.root);
     for (const QString& folder : {root + AppName() + QLatin1Char('/'),
                                   root + QStringLiteral("Program Files/") + AppName() + QLatin1Char('/')}) {
-        QFileInfo info(folder);
-        if (requireDirectory ? info.isDir() : info.exists())
+        const PathStatus status = StatusOfPath(folder);
+        if (requireDirectory ? status.isFolder : status.exists)
             ScanFolderFlat(folder);
     }
     ScanFolderTwoLevel(root + QStringLiteral("Music/"));
@@ -140,7 +140,7 @@ bool ProgramLibrary::ScanForSync(const std::optional<QString>& folder)
     for (const QString& candidate :
          {prefix + AppName() + QLatin1Char('/'),
           prefix + QStringLiteral("Program Files/") + AppName() + QLatin1Char('/')}) {
-        if (QFileInfo::exists(candidate))
+        if (StatusOfPath(candidate).exists)
             ScanFolderFlat(candidate);
     }
     ScanFolderTwoLevel(prefix + QStringLiteral("Music/"));

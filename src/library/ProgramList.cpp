@@ -3,6 +3,7 @@
 #include "base/StringTable.h"
 #include "library/ProgramDetailsPage.h"
 #include "library/ProgramLibrary.h"
+#include "platform/FileNames.h"
 #include "platform/MessageBox.h"
 #include "platform/StorageCards.h"
 #include "playback/ProgramFile.h"
@@ -49,7 +50,7 @@ QString RowTextOf(const ProgramFile& program)
 {
     QString text = CleanText(program.GetTitle());
     if (text.trimmed().isEmpty())
-        text = CleanText(QFileInfo(program.path).fileName().toStdU16String());
+        text = CleanText(DisplayFileName(QFileInfo(program.path).fileName()).toStdU16String());
     return text;
 }
 

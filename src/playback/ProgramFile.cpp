@@ -2,6 +2,7 @@
 
 #include "base/StringTable.h"
 #include "library/ProgramStateStore.h"
+#include "platform/FileNames.h"
 #include "platform/MessageBox.h"
 #include "playback/CMp3.h"
 
@@ -58,7 +59,7 @@ bool ProgramFile::Open(ProgramStateStore& store)
         if (sdkHandle != 0)
             ZQXCloseFile(sdkHandle);
         sdkHandle = 0;
-        QByteArray name = path.toUtf8();
+        QByteArray name = DisplayFileName(path).toUtf8();
         if (status == ZQX_ERR_DAMAGED)
             showOpenError(QString::asprintf(qPrintable(LoadString(Str::ProgramDamaged)), name.constData()));
         else

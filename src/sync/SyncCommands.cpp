@@ -6,13 +6,13 @@
 #include "base/StringTable.h"
 #include "library/ProgramRecordLayout.h"
 #include "library/ProgramStateStore.h"
+#include "platform/FileNames.h"
 #include "platform/InstanceChannel.h"
 #include "platform/MessageBox.h"
 #include "platform/SystemError.h"
 #include "platform/SystemInfo.h"
 #include "sync/SyncProgramRecord.h"
 
-#include <QFileInfo>
 #include <string>
 
 namespace talvo {
@@ -146,13 +146,13 @@ SyncAnswer DeleteProgram(const SyncEnvironment& environment,
                      path ? copyDataPayload(*path) : QByteArray());
         return {S_OK, {}};
     }
-    const QFileInfo info = path ? QFileInfo(*path) : QFileInfo();
+    const PathStatus status = path ? StatusOfPath(*path) : PathStatus{};
     // A missing path goes the folder way, as it always has.
-    if (path && info.exists() && !info.isDir()) {
+    if (status.exists && !status.isFolder) {
         const SystemError error = DeleteFileOnly(*path);
         if (error.code == ERROR_SUCCESS)
             return {S_OK, {}};
-        const QByteArray name = path->toUtf8();
+        const QByteArray name = DisplayFileName(*path).toUtf8();
         const QByteArray reason = error.text.toUtf8();
         ShowMessageBox(nullptr, FormatString(Str::DeleteFileFailed, name.constData(), reason.constData()),
                        LoadString(Str::ErrorCaption), kErrorBoxStyle);

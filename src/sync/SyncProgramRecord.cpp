@@ -1,5 +1,6 @@
 #include "sync/SyncProgramRecord.h"
 
+#include "platform/FileNames.h"
 #include "playback/ProgramFile.h"
 
 #include <QtEndian>
@@ -15,13 +16,18 @@ void putU32(SyncRecordBytes& record, std::size_t offset, std::uint32_t value)
 
 } // namespace
 
+// The 8-bit fields hold file-system bytes, so a path whose name is not UTF-8
+// comes back to the desktop as the very bytes that name the file.
 void PutAnsiText(std::uint8_t* field, std::size_t size, const QString& text)
 {
     QString cut = text;
-    QByteArray bytes = cut.toLocal8Bit();
+    QByteArray bytes = EncodeFileName(cut);
     while (static_cast<std::size_t>(bytes.size()) >= size && !cut.isEmpty()) {
-        cut.chop(cut.size() >= 2 && cut.at(cut.size() - 1).isLowSurrogate() ? 2 : 1);
-        bytes = cut.toLocal8Bit();
+        cut.chop(cut.size() >= 2 && cut.at(cut.size() - 1).isLowSurrogate() &&
+                         cut.at(cut.size() - 2).isHighSurrogate()
+                     ? 2
+                     : 1);
+        bytes = EncodeFileName(cut);
     }
     std::memcpy(field, bytes.constData(), static_cast<std::size_t>(bytes.size()));
     field[bytes.size()] = 0;

@@ -1,6 +1,7 @@
 #include "ImportCommand.h"
 
 #include "BookImporter.h"
+#include "platform/FileNames.h"
 #include "platform/ProgramFolders.h"
 #include "zqxauthor/PacketEncoderFactory.h"
 #include "zqxauthor/ProgressBar.h"
@@ -95,7 +96,7 @@ int RunImportCommand(const std::vector<std::string>& args, const std::string& pl
         std::fprintf(stderr, "feldrun import: no book given\n%s", kImportUsage);
         return kExitUsage;
     }
-    options.musicFolder = talvo::MusicFolder().toStdString();
+    options.musicFolder = talvo::EncodeFileName(talvo::MusicFolder()).toStdString();
     if (options.musicFolder.empty()) {
         std::fputs("feldrun import: there is no Music folder (set TALVOPLAYER_MUSIC)\n", stderr);
         return kExitImportFailed;

@@ -1,5 +1,6 @@
 #include "SyncAnswerText.h"
 
+#include "platform/FileNames.h"
 #include "platform/SystemError.h"
 #include "sync/SyncProgramRecord.h"
 #include "sync/SyncRunner.h"
@@ -43,7 +44,7 @@ QString utf16Text(const QByteArray& bytes)
 QString fieldText(const char* field, std::size_t size)
 {
     const std::size_t length = strnlen(field, size);
-    return QString::fromLocal8Bit(field, static_cast<qsizetype>(length));
+    return DecodeFileName(QByteArrayView(field, static_cast<qsizetype>(length)));
 }
 
 QStringList describeStorage(const QByteArray& answer)

@@ -43,6 +43,17 @@ Finished runOnDevice(const SyncClientOptions& options, const QString& program, c
     return finished;
 }
 
+// The text as the player reads "_DataIn": UTF-16LE with its terminator.
+QString utf16Hex(const QString& text)
+{
+    QByteArray bytes;
+    for (const QChar unit : text + QChar(u'\0')) {
+        bytes.append(char(unit.unicode() & 0xFF));
+        bytes.append(char(unit.unicode() >> 8));
+    }
+    return QString::fromLatin1(bytes.toHex().toUpper());
+}
+
 bool hasAnswer(SyncCommand command)
 {
     return command != SyncCommand::DeleteProgram && command != SyncCommand::AddProgram;
@@ -63,9 +74,11 @@ SyncOutcome RunSyncCommandOnDevice(const SyncClientOptions& options, SyncCommand
     SyncOutcome outcome;
     // An answer left by an earlier run must not pass for this one's.
     runOnDevice(options, options.talvoreg, {"delete", kKey, "/v", kOutput, "/f"});
+    // The input goes as the bytes of its UTF-16 text, in hex: a path whose name
+    // is not UTF-8 would not survive a command line that QProcess encodes.
     const Finished written =
         input ? runOnDevice(options, options.talvoreg,
-                            {"add", kKey, "/v", kInput, "/t", "REG_SZ", "/d", *input, "/f"})
+                            {"add", kKey, "/v", kInput, "/t", "REG_BINARY", "/d", utf16Hex(*input), "/f"})
               : runOnDevice(options, options.talvoreg, {"delete", kKey, "/v", kInput, "/f"});
     if (!written.started || (input && written.exitCode != 0)) {
         outcome.error = QStringLiteral("could not write the input with %1: %2")

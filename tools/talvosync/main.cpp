@@ -1,6 +1,7 @@
 // talvosync: runs one desktop-sync command on a device and prints its answer.
 #include "SyncAnswerText.h"
 #include "SyncClient.h"
+#include "platform/FileNames.h"
 
 #include "TalvoVersion.h"
 
@@ -39,7 +40,8 @@ int usage()
 int main(int argc, char** argv)
 {
     QCoreApplication application(argc, argv);
-    QStringList arguments = QCoreApplication::arguments().mid(1);
+    // Paths are bytes; arguments() would lose those of a name that is not UTF-8.
+    QStringList arguments = talvo::DecodeArguments(argc - 1, argv + 1);
     talvo::sync::SyncClientOptions options;
     talvo::SyncCommand command = talvo::SyncCommand::None;
     std::optional<QString> input;
@@ -78,7 +80,7 @@ int main(int argc, char** argv)
         return 2;
     }
     for (const QString& line : talvo::sync::DescribeAnswer(command, outcome.answer))
-        std::printf("%s\n", line.toLocal8Bit().constData());
+        std::printf("%s\n", talvo::EncodeFileName(line).constData());
     if (outcome.result != 0) {
         std::fprintf(stderr, "talvosync: %s\n",
                      talvo::sync::DescribeResult(outcome.result).toLocal8Bit().constData());

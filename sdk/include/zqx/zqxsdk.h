@@ -43,8 +43,8 @@ extern "C" {
 #endif
 
 #define ZQX_SDK_VERSION_MAJOR 2
-#define ZQX_SDK_VERSION_MINOR 0
-#define ZQX_SDK_VERSION_PATCH 1
+#define ZQX_SDK_VERSION_MINOR 1
+#define ZQX_SDK_VERSION_PATCH 0
 /* One number that grows with every release: 0x00MMmmpp. */
 #define ZQX_SDK_VERSION ((ZQX_SDK_VERSION_MAJOR << 16) | (ZQX_SDK_VERSION_MINOR << 8) | ZQX_SDK_VERSION_PATCH)
 
@@ -91,7 +91,9 @@ ZQX_EXPORT const char* ZQXStatusName(int32_t status);
 ZQX_EXPORT uint32_t ZQXGetVersion(void);
 
 /*
- * Opens a program file.  path is UTF-16, NUL-terminated.  Verifies the header and
+ * Opens a program file.  path is UTF-16, NUL-terminated; a lone surrogate
+ * U+DC80 to U+DCFF stands for the byte 0x80 to 0xFF of a file name that is not
+ * UTF-8 (any other unpaired surrogate is ZQX_ERR_BAD_ARGUMENT).  Verifies the header and
  * every metadata, section, picture and index chunk (checksums, lengths, offsets):
  * a damaged or truncated file answers ZQX_ERR_DAMAGED.  Audio blocks are verified
  * as they are read.  If a valid ".pos" side file exists, the read position starts

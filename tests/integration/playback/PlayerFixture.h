@@ -3,6 +3,7 @@
 // writer in Music/Author/Title folders, the real registry, and a main window
 // on a wave output the test chooses.
 #include "app/CMainFrame.h"
+#include "platform/FileNames.h"
 #include "platform/null/ManualWaveOut.h"
 #include "platform/null/NullWaveOut.h"
 #include "playback/ProgramFile.h"
@@ -13,6 +14,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
+#include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
 #include <vector>
@@ -33,9 +35,11 @@ struct PcmShape {
 inline QString WritePcmProgram(const QString& path, const std::string& id, int seconds,
                                const std::vector<std::uint32_t>& sectionStartsMs = {}, PcmShape shape = {})
 {
-    QDir().mkpath(QFileInfo(path).absolutePath());
+    // By its bytes, so that a folder whose name is not UTF-8 can be made.
+    std::filesystem::create_directories(EncodeFileName(QFileInfo(path).absolutePath()).toStdString());
     CZQXWriter writer;
-    EXPECT_EQ(writer.Create(path.toStdString(), ZQX_TYPE_PCM16, shape.rate, shape.channels), ZQX_OK);
+    EXPECT_EQ(writer.Create(EncodeFileName(path).toStdString(), ZQX_TYPE_PCM16, shape.rate, shape.channels),
+              ZQX_OK);
     writer.SetProgramId(id);
     writer.SetTitle("Program " + id);
     for (std::size_t i = 0; i < sectionStartsMs.size(); ++i)
