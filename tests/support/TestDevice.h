@@ -9,6 +9,7 @@
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
+#include <filesystem>
 
 namespace talvo::test {
 
@@ -33,6 +34,9 @@ public:
     }
     ~TestDevice()
     {
+        // By its bytes: QTemporaryDir cannot remove a folder whose name is not UTF-8.
+        std::error_code ignored;
+        std::filesystem::remove_all(QFile::encodeName(dir_.path()).toStdString(), ignored);
         for (const QByteArray& name : saved_.keys()) {
             if (saved_[name].isNull())
                 qunsetenv(name.constData());
