@@ -1,5 +1,7 @@
 #include "platform/null/NullWaveOut.h"
 
+#include "platform/Trace.h"
+
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -103,7 +105,11 @@ std::uint32_t NullWaveOut::DeviceChunkFrames() const
 std::uint32_t NullWaveOut::DevicePlay(const std::uint8_t* frames, std::uint32_t frameCount)
 {
     if (clock_) {
-        if (!WaitUntil(clock_->Schedule(frameCount, Clock::now()))) {
+        const std::uint64_t underruns = clock_->Underruns();
+        const Clock::time_point heard = clock_->Schedule(frameCount, Clock::now());
+        if (clock_->Underruns() != underruns)
+            Trace("Null output ran dry (%llu times).", static_cast<unsigned long long>(clock_->Underruns()));
+        if (!WaitUntil(heard)) {
             return 0; // reset or closed before this piece was heard
         }
     } else if (StopRequested()) {

@@ -27,6 +27,7 @@ public:
     Clock::time_point Schedule(std::uint32_t frameCount, Clock::time_point now)
     {
         if (!running_ || now > heardBy() + kUnderrunSlack) {
+            underruns_ += running_ ? 1 : 0;
             start_ = now;
             frames_ = 0;
             running_ = true;
@@ -37,6 +38,9 @@ public:
 
     // After a reset the next piece starts a new stream.
     void Restart() { running_ = false; }
+
+    // How often a running stream found the device dry (a reset is not one).
+    std::uint64_t Underruns() const { return underruns_; }
 
 private:
     Clock::time_point heardBy() const
@@ -50,6 +54,7 @@ private:
     bool running_ = false;
     Clock::time_point start_{};
     std::uint64_t frames_ = 0;
+    std::uint64_t underruns_ = 0;
 };
 
 } // namespace talvo

@@ -5,13 +5,9 @@
 // without asking the player.
 #include "platform/Registry.h"
 #include "settings/SettingsStore.h"
+#include "tests/integration/playback/TimeCodedProgram.h"
 #include "tests/support/TestDevice.h"
-#include "zqx/zqxsdk.h"
-#include "zqx/zqxwriter.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
 #include <QProcess>
 #include <QThread>
 #include <algorithm>
@@ -26,60 +22,9 @@ namespace {
 
 const QString kPlayer = QStringLiteral(TALVO_BUILD_DIR "/bin/talvoplayer");
 
-constexpr std::uint32_t kRate = 1000; // one frame per millisecond
-constexpr std::uint32_t kPacketFrames = 20;
 constexpr std::uint32_t kProgramSeconds = 900;
 // What may be lost: the saving period, and one packet, to which a resume rounds.
-constexpr std::uint32_t kAllowedLossMs = 2000 + kPacketFrames;
-
-// Stereo frames whose left sample is the low 15 bits of their time and whose
-// right sample the rest.
-QString WriteTimeCodedProgram(const QString& path)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    CZQXWriter writer;
-    EXPECT_EQ(writer.Create(path.toStdString(), ZQX_TYPE_PCM16, kRate, 2), ZQX_OK);
-    writer.SetProgramId("clock");
-    writer.SetTitle("Clock");
-    std::vector<std::int16_t> packet(kPacketFrames * 2);
-    for (std::uint32_t ms = 0; ms < kProgramSeconds * 1000; ms += kPacketFrames) {
-        for (std::uint32_t i = 0; i < kPacketFrames; ++i) {
-            packet[2 * i] = static_cast<std::int16_t>((ms + i) & 0x7FFF);
-            packet[2 * i + 1] = static_cast<std::int16_t>((ms + i) >> 15);
-        }
-        EXPECT_EQ(writer.AddPacket(reinterpret_cast<const std::uint8_t*>(packet.data()),
-                                   static_cast<std::uint32_t>(packet.size() * 2), kPacketFrames),
-                  ZQX_OK);
-    }
-    EXPECT_EQ(writer.Finish(), ZQX_OK);
-    return path;
-}
-
-// The first and last time heard in one run's capture, if it heard anything.
-struct Heard {
-    std::uint32_t firstMs;
-    std::uint32_t lastMs;
-};
-
-std::optional<Heard> ReadCapture(const QString& path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return std::nullopt;
-    const QByteArray bytes = file.readAll();
-    const qsizetype data = bytes.indexOf("data");
-    if (data < 0)
-        return std::nullopt;
-    const qsizetype start = data + 8;
-    const qsizetype frames = (bytes.size() - start) / 4;
-    if (frames <= 0)
-        return std::nullopt;
-    const auto timeAt = [&](qsizetype frame) {
-        const auto* sample = reinterpret_cast<const std::int16_t*>(bytes.constData() + start + frame * 4);
-        return static_cast<std::uint32_t>(sample[0]) | static_cast<std::uint32_t>(sample[1]) << 15;
-    };
-    return Heard{timeAt(0), timeAt(frames - 1)};
-}
+constexpr std::uint32_t kAllowedLossMs = 2000 + kTimeCodePacketFrames;
 
 int KillCount()
 {
@@ -98,7 +43,8 @@ TEST(KilledPlayer, ResumesAtMostTheSavingPeriodBeforeThePointReached)
         settings.SetFirstTimeRun(2);
         settings.SetVolume(65535); // full on both channels: the capture holds the samples unchanged
     }
-    const QString program = WriteTimeCodedProgram(device.path("music/Author/Clock/clock.zq"));
+    const QString program =
+        WriteTimeCodedProgram(device.path("music/Author/Clock/clock.zq"), kProgramSeconds);
 
     std::mt19937 random(std::random_device{}());
     std::uniform_int_distribution<int> playMs(0, 3000);

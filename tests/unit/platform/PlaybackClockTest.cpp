@@ -44,9 +44,12 @@ TEST(PlaybackClock, ADeviceThatRanDryOrWasResetStartsAfresh)
     // Handed over long after the first second was heard: nothing to catch up.
     const Clock::time_point late = t0 + 1s + PlaybackClock::kUnderrunSlack + 1ms;
     EXPECT_EQ(clock.Schedule(1000, late), late + 1s);
-    // A reset drops what was queued; the next piece plays from when it comes.
+    EXPECT_EQ(clock.Underruns(), 1u);
+    // A reset drops what was queued; the next piece plays from when it comes,
+    // and that is no underrun.
     clock.Restart();
     EXPECT_EQ(clock.Schedule(500, late + 100ms), late + 600ms);
+    EXPECT_EQ(clock.Underruns(), 1u);
 }
 
 } // namespace
