@@ -41,7 +41,10 @@ for h in $hours; do
   fi
   rm -rf music
   mkdir music
-  read -r ours ours_kb < <(TALVOPLAYER_MUSIC=$work/music measure "$feldrun" import -q "$book")
+  # A store and runtime folder of its own: the import tells no listener's player.
+  mkdir -p -m 700 run
+  read -r ours ours_kb < <(TALVOPLAYER_MUSIC=$work/music TALVOPLAYER_REGISTRY=$work/registry.db \
+    XDG_RUNTIME_DIR=$work/run measure "$feldrun" import -q "$book")
   read -r base base_kb < <(measure ffmpeg -nostdin -y -i "$book" -c:a libopus -b:a 24k out.opus)
   printf '%-8s %10s %10s %8.2f %11d KiB %11d KiB\n' "${h}h" "$ours" "$base" \
     "$(awk -v a="$ours" -v b="$base" 'BEGIN { print a / b }')" "$ours_kb" "$base_kb"
