@@ -4,8 +4,8 @@
 #   scripts/fuzz.sh long [DIR] [TARGETS]    ~30 min per target (what `make fuzz` runs)
 #   scripts/fuzz.sh brief [DIR] [TARGETS]   ~30 s per target, for the test suite; exits 77 without clang
 # TARGETS: "zqx" (the program-file reader), "skin" (the INI reader and skin
-# layout load), "book" (a book's tag and chapter mapping), space-separated;
-# short and long run all, brief zqx.
+# layout load), "book" (a book's tag and chapter mapping), "id3" (an ID3v2
+# tag's chapter reader), space-separated; short and long run all, brief zqx.
 # Seeds are the sample programs written by zqxsdk_make_corpus (or
 # $ZQX_FUZZ_SEEDS) and the skins written by skin_fuzz_seeds (or
 # $SKIN_FUZZ_SEEDS); findings land in <build>/fuzz-findings, the growing
@@ -16,8 +16,8 @@ mode=${1:-short}
 root=$(cd "$(dirname "$0")/.." && pwd)
 case "$mode" in
   brief) seconds=30; build=${2:-$root/build-fuzz}; targets=${3:-zqx} ;;
-  short) seconds=60; build=${2:-$root/build-fuzz}; targets=${3:-zqx skin book} ;;
-  long) seconds=1800; build=${2:-$root/build-fuzz}; targets=${3:-zqx skin book} ;;
+  short) seconds=60; build=${2:-$root/build-fuzz}; targets=${3:-zqx skin book id3} ;;
+  long) seconds=1800; build=${2:-$root/build-fuzz}; targets=${3:-zqx skin book id3} ;;
   *) echo "usage: $0 short|long|brief [BUILD_DIR] [TARGETS]" >&2; exit 2 ;;
 esac
 
@@ -67,6 +67,18 @@ for target in $targets; do
         -max_total_time="$seconds" -max_len=16384 -timeout=10 -rss_limit_mb=2048 \
         -artifact_prefix="$build/fuzz-findings/book-" -print_final_stats=1
       ;;
-    *) echo "unknown fuzz target: $target (zqx, skin or book)" >&2; exit 2 ;;
+    id3)
+      cmake --build "$build" --target id3_chapters_fuzz -j "$(nproc)"
+      mkdir -p "$build/id3-fuzz-corpus"
+      # Seeds: MP3s with chapters, such as the books the tests make ($ID3_FUZZ_SEEDS).
+      seeds=()
+      if [ -n "${ID3_FUZZ_SEEDS:-}" ] && [ -d "$ID3_FUZZ_SEEDS" ]; then
+        seeds=("$ID3_FUZZ_SEEDS")
+      fi
+      "$build/bin/id3_chapters_fuzz" "$build/id3-fuzz-corpus" "${seeds[@]}" \
+        -max_total_time="$seconds" -max_len=65536 -timeout=10 -rss_limit_mb=2048 \
+        -artifact_prefix="$build/fuzz-findings/id3-" -print_final_stats=1
+      ;;
+    *) echo "unknown fuzz target: $target (zqx, skin, book or id3)" >&2; exit 2 ;;
   esac
 done

@@ -2,12 +2,14 @@
 
 #include "AudioFileReader.h"
 #include "CueSheet.h"
+#include "Id3Chapters.h"
 
 #include <algorithm>
 #include <array>
 #include <cctype>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <sstream>
 #include <string_view>
 
@@ -111,6 +113,51 @@ std::optional<std::vector<std::uint8_t>> CoverBeside(const fs::path& folder)
     return std::nullopt;
 }
 
+// An ID3 tag larger than this is not read for chapters (FFmpeg's still count).
+constexpr std::size_t kMaxId3TagBytes = 64u << 20;
+
+// An ID3v2 tag's own chapters, which say more than FFmpeg passes on: the ones
+// its table of contents lists, and their pictures. Nothing changes when the
+// file has no tag or the tag no chapters.
+void ReadTagChapters(const std::string& path, BookFile& out)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::vector<std::uint8_t> tag(10);
+    if (!in.read(reinterpret_cast<char*>(tag.data()), std::streamsize(tag.size())))
+        return;
+    const std::size_t size = Id3TagSize(tag);
+    if (size == 0 || size > kMaxId3TagBytes)
+        return;
+    tag.resize(size);
+    in.read(reinterpret_cast<char*>(tag.data() + 10), std::streamsize(size - 10));
+    tag.resize(10 + std::size_t(in.gcount()));
+    std::vector<Id3Chapter> chapters = ReadId3Chapters(tag);
+    if (chapters.empty())
+        return;
+    out.chapters.clear();
+    for (Id3Chapter& c : chapters) {
+        out.chapters.push_back({c.startMs, c.endMs > c.startMs ? std::int64_t(c.endMs) : -1, c.title});
+        if (IsPicture(c.picture))
+            out.chapterPictures.push_back({path, c.startMs, std::move(c.picture)});
+    }
+}
+
+// The book's cover: the first embedded JPEG or PNG, else one beside the files.
+std::optional<PictureInput> CoverOf(const std::vector<BookFile>& files, const std::string& pictureFolder,
+                                    std::vector<std::string>& warnings)
+{
+    for (const BookFile& f : files) {
+        if (f.cover.empty())
+            continue;
+        if (IsPicture(f.cover))
+            return PictureInput{f.path, 0, f.cover};
+        warnings.push_back("'" + f.path + "': the embedded cover is neither JPEG nor PNG; not used");
+    }
+    if (auto cover = CoverBeside(pictureFolder))
+        return PictureInput{pictureFolder, 0, std::move(*cover)};
+    return std::nullopt;
+}
+
 } // namespace
 
 std::string CutUtf8(std::string text, std::size_t bytes)
@@ -159,8 +206,10 @@ bool ProbeBookFile(const std::string& path, BookFile& out, std::string& error)
     out.chapters = reader.Chapters();
     out.durationMs = reader.DurationMs();
     out.cover = reader.Cover();
+    ReadTagChapters(path, out);
     if (auto cue = CueSheetFor(path)) {
         out.chapters = std::move(cue->chapters);
+        out.chapterPictures.clear();
         out.tags.insert(out.tags.end(), cue->tags.begin(), cue->tags.end());
         for (const std::string& w : cue->warnings)
             out.warnings.push_back("'" + path + "': " + w);
@@ -234,17 +283,16 @@ BookPlan PlanBook(const std::vector<BookFile>& files, bool useChapters, const st
         }
         plan.sections.push_back(std::move(section));
     }
+    if (auto cover = CoverOf(files, pictureFolder, plan.warnings))
+        plan.pictures.push_back(std::move(*cover));
+    std::uint64_t fileStartMs = 0;
     for (const BookFile& f : files) {
-        if (f.cover.empty())
-            continue;
-        if (IsPicture(f.cover)) {
-            plan.pictures.push_back({f.path, 0, f.cover});
-            return plan;
-        }
-        plan.warnings.push_back("'" + f.path + "': the embedded cover is neither JPEG nor PNG; not used");
+        for (const PictureInput& p : f.chapterPictures)
+            plan.pictures.push_back(
+                {p.path, std::uint32_t(std::min<std::uint64_t>(fileStartMs + p.startMs, UINT32_MAX)),
+                 p.bytes});
+        fileStartMs += std::uint64_t(std::max<std::int64_t>(f.durationMs, 0));
     }
-    if (auto cover = CoverBeside(pictureFolder))
-        plan.pictures.push_back({pictureFolder, 0, std::move(*cover)});
     return plan;
 }
 

@@ -15,12 +15,15 @@ struct BookFile {
     std::vector<RawChapter> chapters;
     std::int64_t durationMs = 0;
     std::vector<std::uint8_t> cover; // embedded picture, as stored
+    // Pictures of chapters (an ID3 CHAP's APIC), startMs counted from the file's start.
+    std::vector<PictureInput> chapterPictures;
     std::vector<std::string> warnings;
 };
 
-// Reads a file's tags, chapters and cover. A cue sheet beside it (same name
-// with ".cue", or one whose FILE names it) gives the chapters instead of the
-// file's own, since a listener put it there on purpose.
+// Reads a file's tags, chapters and cover. An ID3v2 tag at its start gives
+// the chapters its table of contents lists, with their pictures. A cue sheet
+// beside it (same name with ".cue", or one whose FILE names it) gives the
+// chapters instead of the file's own, since a listener put it there on purpose.
 bool ProbeBookFile(const std::string& path, BookFile& out, std::string& error);
 
 // The audio files of a folder and its subfolders (CD1/, Disc 2/: one book),
