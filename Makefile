@@ -1,10 +1,19 @@
 # TalvoPlayer: the two commands that matter are `make run` and `make test`.
-# BUILD=dir chooses the build folder; SANITIZE=1 builds with ASan and UBSan.
+# BUILD=dir chooses the build folder; SANITIZE=1 builds with ASan and UBSan,
+# SANITIZE=thread with ThreadSanitizer.
 
 SANITIZE ?= 0
 ifeq ($(SANITIZE),1)
 BUILD ?= build-asan
 CMAKE_FLAGS += -DTALVO_SANITIZE=ON
+else ifeq ($(SANITIZE),thread)
+BUILD ?= build-tsan
+CMAKE_FLAGS += -DTALVO_SANITIZE_THREAD=ON
+# Children the tests start (the player, the tools) inherit these too.
+# die_after_fork=0: QProcess starts children with vfork, and what the sanitizer
+# notes in the child about the fork lands in the parent's shared memory, so the
+# parent would be refused its next thread; the child itself only execs.
+TEST_ENV = TSAN_OPTIONS='suppressions=$(CURDIR)/tests/tsan.supp die_after_fork=0 second_deadlock_stack=1'
 else
 BUILD ?= build
 endif
@@ -35,7 +44,7 @@ run: build
 	@scripts/run-player.sh $(BUILD)
 
 test: build
-	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) $(CTEST_ARGS)
+	cd $(BUILD) && $(TEST_ENV) ctest --output-on-failure -j $(JOBS) $(CTEST_ARGS)
 
 bench: build
 	@scripts/bench.sh $(BUILD)
@@ -56,4 +65,4 @@ format:
 	git ls-files '*.cpp' '*.h' '*.c' | xargs clang-format -i
 
 clean:
-	rm -rf build build-asan build-fuzz
+	rm -rf build build-asan build-tsan build-fuzz

@@ -1,5 +1,7 @@
 #include "platform/MessageWindow.h"
 
+#include "platform/EventQueueHandOff.h"
+
 #include <QCoreApplication>
 #include <QThread>
 #include <QTimerEvent>
@@ -35,7 +37,8 @@ MessageWindow::~MessageWindow()
 
 void MessageWindow::PostMessage(UINT message, WPARAM wParam, LPARAM lParam)
 {
-    QCoreApplication::postEvent(this, new WindowMessageEvent(message, wParam, lParam));
+    PostThroughEventQueue(
+        [&] { QCoreApplication::postEvent(this, new WindowMessageEvent(message, wParam, lParam)); });
 }
 
 LRESULT MessageWindow::SendMessage(UINT message, WPARAM wParam, LPARAM lParam)

@@ -600,7 +600,7 @@ public:
 
     RegStatus BeginTransaction() override
     {
-        if (!mutex_.try_lock_for(std::chrono::milliseconds(kBusyTimeoutMs)))
+        if (!mutex_.try_lock_until(LockDeadline()))
             return ERROR_REGISTRY_IO_FAILED;
         // The lock taken here is held until the matching EndTransaction, which
         // keeps every other thread's calls out of this transaction.
@@ -674,9 +674,15 @@ private:
     // Waits for the connection: for another thread's call, or for another
     // thread's whole transaction, as long as the store waits for another
     // process's write.  The transaction's own thread gets in at once.
-    std::unique_lock<std::recursive_timed_mutex> Enter()
+    std::unique_lock<std::recursive_timed_mutex> Enter() { return std::unique_lock(mutex_, LockDeadline()); }
+
+    // A deadline on the system clock makes the wait a pthread_mutex_timedlock,
+    // which ThreadSanitizer follows; a relative or steady-clock wait is a
+    // pthread_mutex_clocklock, which it does not know, so it would take every
+    // later unlock for the unlock of a mutex that was never locked.
+    static std::chrono::system_clock::time_point LockDeadline()
     {
-        return std::unique_lock(mutex_, std::chrono::milliseconds(kBusyTimeoutMs));
+        return std::chrono::system_clock::now() + std::chrono::milliseconds(kBusyTimeoutMs);
     }
 
     RegStatus Checkpoint()

@@ -1,6 +1,7 @@
 #include "device/RemoteControl.h"
 
 #include "base/CommandIds.h"
+#include "platform/EventQueueHandOff.h"
 
 #include <QPointer>
 #include <array>
@@ -36,18 +37,21 @@ void RemoteControl::sendRecord(const std::uint8_t* record)
 {
     // The window handles a copy that lives as long as the delivery, so a reader
     // that stops waiting (the window is closing) leaves nothing dangling.
-    auto copy = std::make_shared<std::array<std::uint8_t, kRemoteRecordSize>>();
-    std::memcpy(copy->data(), record, kRemoteRecordSize);
-    auto handled = std::make_shared<std::promise<void>>();
-    std::future<void> done = handled->get_future();
-    QMetaObject::invokeMethod(
-        &window_,
-        [window = QPointer<MessageWindow>(&window_), copy, handled] {
-            if (window)
-                window->SendMessage(Message::RemoteControlKey, 0, reinterpret_cast<LPARAM>(copy->data()));
-            handled->set_value();
-        },
-        Qt::QueuedConnection);
+    std::future<void> done;
+    PostThroughEventQueue([&] {
+        auto copy = std::make_shared<std::array<std::uint8_t, kRemoteRecordSize>>();
+        std::memcpy(copy->data(), record, kRemoteRecordSize);
+        auto handled = std::make_shared<std::promise<void>>();
+        done = handled->get_future();
+        QMetaObject::invokeMethod(
+            &window_,
+            [window = QPointer<MessageWindow>(&window_), copy, handled] {
+                if (window)
+                    window->SendMessage(Message::RemoteControlKey, 0, reinterpret_cast<LPARAM>(copy->data()));
+                handled->set_value();
+            },
+            Qt::QueuedConnection);
+    });
     while (done.wait_for(kStopCheckInterval) == std::future_status::timeout) {
         if (stopping_)
             return;

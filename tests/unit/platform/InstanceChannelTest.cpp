@@ -5,6 +5,7 @@
 #include <QFileInfo>
 #include <QLocalSocket>
 #include <QTemporaryDir>
+#include <atomic>
 #include <gtest/gtest.h>
 #include <thread>
 
@@ -23,7 +24,7 @@ protected:
 template <typename Fn> auto runClient(Fn fn)
 {
     std::optional<std::int64_t> answer;
-    bool done = false;
+    std::atomic<bool> done = false;
     std::thread client([&] {
         answer = fn();
         done = true;

@@ -60,11 +60,13 @@ protected:
     MMRESULT Open(WaveOut& out, const WAVEFORMATEX& format)
     {
         return out.Open(format, [this](WAVEHDR* header) {
+            // Holding the test's lock keeps this read of every header's flags
+            // apart from QueueAll, which sets them on the test thread.
+            std::lock_guard lock(mutex);
             std::size_t finished = 0;
             for (const Slot& slot : slots) {
                 finished += (slot.header.dwFlags & WHDR_DONE) != 0;
             }
-            std::lock_guard lock(mutex);
             order.push_back(header);
             doneAtCallback.push_back(finished);
             onDeviceThread = onDeviceThread && std::this_thread::get_id() != testThread;
@@ -74,6 +76,7 @@ protected:
     }
     void QueueAll(WaveOut& out, std::size_t from = 0)
     {
+        std::lock_guard lock(mutex);
         for (std::size_t i = from; i < slots.size(); ++i) {
             ASSERT_EQ(out.PrepareHeader(&slots[i].header, sizeof(WAVEHDR)), MMSYSERR_NOERROR);
             ASSERT_EQ(out.Write(&slots[i].header, sizeof(WAVEHDR)), MMSYSERR_NOERROR);
