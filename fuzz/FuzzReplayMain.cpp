@@ -1,7 +1,10 @@
 // Runs the fuzz target over files and folders given on the command line, for
 // builds without libFuzzer: every sample of the corpus must pass without a
-// crash or a sanitizer report.
+// crash or a sanitizer report.  A file named *.hex is a regression input
+// kept as text: its bytes are the file's text with every \xNN escape read as
+// that byte, and a line end after the last character left out.
 
+#include <cctype>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -13,10 +16,38 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 namespace {
 
+int HexDigit(uint8_t c)
+{
+    if (std::isdigit(c))
+        return c - '0';
+    return std::isxdigit(c) ? (c | 0x20) - 'a' + 10 : -1;
+}
+
+std::vector<uint8_t> Unescape(const std::vector<uint8_t>& text)
+{
+    std::vector<uint8_t> bytes;
+    size_t end = text.size();
+    while (end > 0 && (text[end - 1] == '\n' || text[end - 1] == '\r'))
+        --end;
+    for (size_t i = 0; i < end; ++i) {
+        const bool escape = text[i] == '\\' && i + 3 < end && text[i + 1] == 'x' &&
+                            HexDigit(text[i + 2]) >= 0 && HexDigit(text[i + 3]) >= 0;
+        if (escape) {
+            bytes.push_back(uint8_t(HexDigit(text[i + 2]) << 4 | HexDigit(text[i + 3])));
+            i += 3;
+        } else {
+            bytes.push_back(text[i]);
+        }
+    }
+    return bytes;
+}
+
 void RunOne(const std::filesystem::path& file)
 {
     std::ifstream in(file, std::ios::binary);
-    const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), {});
+    std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), {});
+    if (file.extension() == ".hex")
+        bytes = Unescape(bytes);
     LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
 }
 

@@ -1,25 +1,57 @@
 #!/usr/bin/env bash
-# Fuzzes the parsers with libFuzzer (clang, ASan, UBSan).
-#   scripts/fuzz.sh short [DIR] [TARGETS]   ~60 s per target   (build folder build-fuzz)
+# Fuzzes the parsers and every reader of outside input with libFuzzer (clang,
+# ASan, UBSan), in the build folder build-fuzz unless one is given.
+#   scripts/fuzz.sh short [DIR] [TARGETS]   ~60 s per target
 #   scripts/fuzz.sh long [DIR] [TARGETS]    ~30 min per target (what `make fuzz` runs)
-#   scripts/fuzz.sh brief [DIR] [TARGETS]   ~30 s per target, for the test suite; exits 77 without clang
-# TARGETS: "zqx" (the program-file reader), "skin" (the INI reader and skin
-# layout load), "book" (a book's tag and chapter mapping), "id3" (an ID3v2
-# tag's chapter reader), space-separated; short and long run all, brief zqx.
-# Seeds are the sample programs written by zqxsdk_make_corpus (or
-# $ZQX_FUZZ_SEEDS) and the skins written by skin_fuzz_seeds (or
-# $SKIN_FUZZ_SEEDS); findings land in <build>/fuzz-findings, the growing
-# corpora in <build>/fuzz-corpus (zqx) and <build>/skin-fuzz-corpus.
+#   scripts/fuzz.sh brief [DIR] [TARGETS]   ~15 s per target, for the test suite; exits 77 without clang
+#   scripts/fuzz.sh list                    every target, one a line
+# TARGETS: space-separated names from the table below; short and long run
+# them all, brief zqx.  Seeds are written by each target's generator into
+# <build>/<target>-fuzz-seeds or kept in fuzz/<target>-seeds (or are in
+# $<TARGET>_FUZZ_SEEDS, e.g. $ZQX_FUZZ_SEEDS);
+# findings land in <build>/fuzz-findings/<target>-*, the growing corpora in
+# <build>/<target>-fuzz-corpus.  FUZZ_RUNS=N stops each target after N
+# executions instead of at the time limit.
 set -euo pipefail
+
+# One row per target: name, libFuzzer program, seed generator (a program of
+# the fuzz build, given the seed folder; "-" when the seeds are the files in
+# fuzz/<name>-seeds, if any, or in $<NAME>_FUZZ_SEEDS: id3's are MP3s with
+# chapters, such as the books the tests make) and its further argument ("-"
+# for none), the largest input worth trying.
+targets_table=(
+  "zqx       zqx_fuzz            zqxsdk_make_corpus  -         65536"
+  "skin      skin_fuzz           skin_fuzz_seeds     -         65536"
+  "book      book_metadata_fuzz  -                   -         16384"
+  "id3       id3_chapters_fuzz   -                   -         65536"
+  "instance  instance_fuzz       input_fuzz_seeds    instance  66000"
+  "cmdline   cmdline_fuzz        input_fuzz_seeds    cmdline   4096"
+  "syncdata  syncdata_fuzz       input_fuzz_seeds    syncdata  4096"
+  "regfile   regfile_fuzz        input_fuzz_seeds    regfile   16384"
+  "remote    remote_fuzz         input_fuzz_seeds    remote    64"
+)
+all_targets=$(printf '%s\n' "${targets_table[@]}" | awk '{print $1}' | xargs)
 
 mode=${1:-short}
 root=$(cd "$(dirname "$0")/.." && pwd)
 case "$mode" in
-  brief) seconds=30; build=${2:-$root/build-fuzz}; targets=${3:-zqx} ;;
-  short) seconds=60; build=${2:-$root/build-fuzz}; targets=${3:-zqx skin book id3} ;;
-  long) seconds=1800; build=${2:-$root/build-fuzz}; targets=${3:-zqx skin book id3} ;;
-  *) echo "usage: $0 short|long|brief [BUILD_DIR] [TARGETS]" >&2; exit 2 ;;
+  list) printf '%s\n' $all_targets; exit 0 ;;
+  brief) seconds=15; build=${2:-$root/build-fuzz}; targets=${3:-zqx} ;;
+  short) seconds=60; build=${2:-$root/build-fuzz}; targets=${3:-$all_targets} ;;
+  long) seconds=1800; build=${2:-$root/build-fuzz}; targets=${3:-$all_targets} ;;
+  *) echo "usage: $0 short|long|brief [BUILD_DIR] [TARGETS] | list" >&2; exit 2 ;;
 esac
+
+row_of() {
+  local row
+  for row in "${targets_table[@]}"; do
+    [ "$(awk '{print $1}' <<<"$row")" = "$1" ] && { echo "$row"; return 0; }
+  done
+  echo "unknown fuzz target: $1 (one of: $all_targets)" >&2
+  return 2
+}
+# Every name is checked before anything is built.
+for target in $targets; do row_of "$target" >/dev/null || exit 2; done
 
 if ! command -v clang++ >/dev/null 2>&1; then
   echo "clang++ is not installed; fuzzing skipped" >&2
@@ -32,53 +64,34 @@ if [ ! -f "$build/build.ninja" ]; then
 fi
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
 export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
+# Qt looks for a platform plugin only when asked; offscreen keeps it from
+# needing a display if it ever is.
+export QT_QPA_PLATFORM=offscreen
 mkdir -p "$build/fuzz-findings"
 
 for target in $targets; do
-  case "$target" in
-    zqx)
-      cmake --build "$build" --target zqx_fuzz zqxsdk_make_corpus -j "$(nproc)"
-      seeds=${ZQX_FUZZ_SEEDS:-$build/fuzz-seeds}
-      if [ ! -d "$seeds" ]; then
-        "$build/tests/zqxsdk_make_corpus" "$seeds"
-      fi
-      mkdir -p "$build/fuzz-corpus"
-      "$build/bin/zqx_fuzz" "$build/fuzz-corpus" "$seeds" \
-        -max_total_time="$seconds" -max_len=65536 -timeout=10 -rss_limit_mb=2048 \
-        -artifact_prefix="$build/fuzz-findings/" -print_final_stats=1
-      ;;
-    skin)
-      cmake --build "$build" --target skin_fuzz skin_fuzz_seeds -j "$(nproc)"
-      seeds=${SKIN_FUZZ_SEEDS:-$build/skin-fuzz-seeds}
-      if [ ! -d "$seeds" ]; then
-        "$build/tests/skin_fuzz_seeds" "$seeds"
-      fi
-      mkdir -p "$build/skin-fuzz-corpus"
-      # Qt looks for a platform plugin only when asked; offscreen keeps it
-      # from needing a display if it ever is.
-      QT_QPA_PLATFORM=offscreen "$build/bin/skin_fuzz" "$build/skin-fuzz-corpus" "$seeds" \
-        -max_total_time="$seconds" -max_len=65536 -timeout=10 -rss_limit_mb=2048 \
-        -artifact_prefix="$build/fuzz-findings/skin-" -print_final_stats=1
-      ;;
-    book)
-      cmake --build "$build" --target book_metadata_fuzz -j "$(nproc)"
-      mkdir -p "$build/book-fuzz-corpus"
-      "$build/bin/book_metadata_fuzz" "$build/book-fuzz-corpus" "$root/fuzz/book-seeds" \
-        -max_total_time="$seconds" -max_len=16384 -timeout=10 -rss_limit_mb=2048 \
-        -artifact_prefix="$build/fuzz-findings/book-" -print_final_stats=1
-      ;;
-    id3)
-      cmake --build "$build" --target id3_chapters_fuzz -j "$(nproc)"
-      mkdir -p "$build/id3-fuzz-corpus"
-      # Seeds: MP3s with chapters, such as the books the tests make ($ID3_FUZZ_SEEDS).
-      seeds=()
-      if [ -n "${ID3_FUZZ_SEEDS:-}" ] && [ -d "$ID3_FUZZ_SEEDS" ]; then
-        seeds=("$ID3_FUZZ_SEEDS")
-      fi
-      "$build/bin/id3_chapters_fuzz" "$build/id3-fuzz-corpus" "${seeds[@]}" \
-        -max_total_time="$seconds" -max_len=65536 -timeout=10 -rss_limit_mb=2048 \
-        -artifact_prefix="$build/fuzz-findings/id3-" -print_final_stats=1
-      ;;
-    *) echo "unknown fuzz target: $target (zqx, skin, book or id3)" >&2; exit 2 ;;
-  esac
+  read -r name program generator generator_argument max_len <<<"$(row_of "$target")"
+  seeds_variable="${name^^}_FUZZ_SEEDS"
+  if [ "$generator" = - ]; then
+    cmake --build "$build" --target "$program" -j "$(nproc)"
+    seeds=${!seeds_variable:-$root/fuzz/$name-seeds}
+  else
+    cmake --build "$build" --target "$program" "$generator" -j "$(nproc)"
+    seeds=${!seeds_variable:-$build/$name-fuzz-seeds}
+  fi
+  if [ ! -d "$seeds" ] && [ "$generator" != - ]; then
+    if [ "$generator_argument" = - ]; then
+      "$build/tests/$generator" "$seeds"
+    else
+      "$build/tests/$generator" "$seeds" "$generator_argument"
+    fi
+  fi
+  limit=(-max_total_time="$seconds")
+  [ -n "${FUZZ_RUNS:-}" ] && limit=(-runs="$FUZZ_RUNS")
+  seed_folders=()
+  [ -d "$seeds" ] && seed_folders=("$seeds")
+  mkdir -p "$build/$name-fuzz-corpus"
+  "$build/bin/$program" "$build/$name-fuzz-corpus" "${seed_folders[@]}" \
+    "${limit[@]}" -max_len="$max_len" -timeout=10 -rss_limit_mb=2048 \
+    -artifact_prefix="$build/fuzz-findings/$name-" -print_final_stats=1
 done

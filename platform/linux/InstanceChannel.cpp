@@ -1,4 +1,5 @@
 #include "platform/InstanceChannel.h"
+#include "platform/InstanceMessage.h"
 
 #include <QDir>
 #include <QLocalServer>
@@ -15,9 +16,6 @@
 namespace talvo {
 namespace {
 
-constexpr std::uint32_t kMagic = 0x4D575054; // "TPWM" read as little-endian
-constexpr int kHeaderBytes = 16;
-
 bool peerIsSameUser(qintptr descriptor)
 {
     ucred credentials{};
@@ -25,16 +23,6 @@ bool peerIsSameUser(qintptr descriptor)
     if (getsockopt(static_cast<int>(descriptor), SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0)
         return false;
     return credentials.uid == getuid();
-}
-
-QByteArray encodeHeader(std::uint32_t a, std::uint32_t b, std::uint32_t c, std::uint32_t d)
-{
-    QByteArray header(kHeaderBytes, Qt::Uninitialized);
-    qToLittleEndian(a, header.data());
-    qToLittleEndian(b, header.data() + 4);
-    qToLittleEndian(c, header.data() + 8);
-    qToLittleEndian(d, header.data() + 12);
-    return header;
 }
 
 // The runtime folder is private to the user: nobody else may place a socket
@@ -119,26 +107,18 @@ void InstanceServer::acceptConnection()
 
 void InstanceServer::readRequest(QLocalSocket* socket)
 {
-    if (socket->bytesAvailable() < kHeaderBytes)
-        return;
-    QByteArray header = socket->peek(kHeaderBytes);
-    const auto magic = qFromLittleEndian<std::uint32_t>(header.constData());
-    const auto kind = qFromLittleEndian<std::uint32_t>(header.constData() + 4);
-    const auto dwData = qFromLittleEndian<std::uint32_t>(header.constData() + 8);
-    const auto cbData = qFromLittleEndian<std::uint32_t>(header.constData() + 12);
-    bool knownKind = kind == static_cast<std::uint32_t>(InstanceRequest::CopyData) ||
-                     kind == static_cast<std::uint32_t>(InstanceRequest::BringToFront);
-    if (magic != kMagic || !knownKind || cbData > kMaxPayload) {
+    const DecodedInstanceRequest request =
+        DecodeInstanceRequest(socket->peek(kInstanceHeaderBytes + kMaxPayload));
+    if (request.status == DecodedInstanceRequest::Malformed) {
         socket->abort();
         return;
     }
-    if (socket->bytesAvailable() < kHeaderBytes + static_cast<qint64>(cbData))
+    if (request.status == DecodedInstanceRequest::Incomplete)
         return;
-    socket->read(kHeaderBytes);
-    QByteArray payload = socket->read(cbData);
-    std::int64_t result = handler_ ? handler_(static_cast<InstanceRequest>(kind), dwData, payload) : 0;
-    QByteArray answer(12, Qt::Uninitialized);
-    qToLittleEndian(kMagic, answer.data());
+    socket->read(request.consumed);
+    std::int64_t result = handler_ ? handler_(request.kind, request.dwData, request.data) : 0;
+    QByteArray answer(kInstanceAnswerBytes, Qt::Uninitialized);
+    qToLittleEndian(kInstanceMagic, answer.data());
     qToLittleEndian(result, answer.data() + 4);
     socket->write(answer);
     socket->flush();
@@ -157,17 +137,15 @@ std::optional<std::int64_t> InstanceClient::Send(InstanceRequest kind, std::uint
 {
     if (!socket_ || socket_->state() != QLocalSocket::ConnectedState)
         return std::nullopt;
-    socket_->write(encodeHeader(kMagic, static_cast<std::uint32_t>(kind), dwData,
-                                static_cast<std::uint32_t>(data.size())));
-    socket_->write(data);
+    socket_->write(EncodeInstanceRequest(kind, dwData, data));
     if (!socket_->waitForBytesWritten(timeoutMs))
         return std::nullopt;
-    while (socket_->bytesAvailable() < 12) {
+    while (socket_->bytesAvailable() < kInstanceAnswerBytes) {
         if (!socket_->waitForReadyRead(timeoutMs))
             return std::nullopt;
     }
-    QByteArray answer = socket_->read(12);
-    if (qFromLittleEndian<std::uint32_t>(answer.constData()) != kMagic)
+    QByteArray answer = socket_->read(kInstanceAnswerBytes);
+    if (qFromLittleEndian<std::uint32_t>(answer.constData()) != kInstanceMagic)
         return std::nullopt;
     return qFromLittleEndian<std::int64_t>(answer.constData() + 4);
 }

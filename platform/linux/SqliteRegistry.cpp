@@ -104,12 +104,14 @@ std::u16string Fold(std::u16string_view name)
 }
 
 // Names go into TEXT columns as UTF-16; an embedded NUL or a lone surrogate would
-// not come back unchanged, so such a name is refused.
+// not come back unchanged, so such a name is refused.  So are U+FFFE and U+FFFF:
+// SQLite reads them back as U+FFFD, and a key of that name could then be
+// listed but never opened or deleted by the name it is listed under.
 bool IsStorableName(std::u16string_view name)
 {
     for (std::size_t i = 0; i < name.size(); ++i) {
         char16_t c = name[i];
-        if (c == 0)
+        if (c == 0 || c == u'\uFFFE' || c == u'\uFFFF')
             return false;
         if (QChar::isHighSurrogate(c)) {
             if (i + 1 >= name.size() || !QChar::isLowSurrogate(name[i + 1]))

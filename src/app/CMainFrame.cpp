@@ -1,5 +1,6 @@
 #include "app/CMainFrame.h"
 
+#include "app/CopyDataRequest.h"
 #include "app/FirstPaintGate.h"
 #include "app/InfoScreens.h"
 #include "app/StoreOpening.h"
@@ -8,6 +9,7 @@
 #include "base/StringTable.h"
 #include "base/TimeText.h"
 #include "device/DeviceEvents.h"
+#include "device/RemoteAction.h"
 #include "library/BookmarkDialogs.h"
 #include "library/ProgramList.h"
 #include "library/ProgramListDialog.h"
@@ -140,11 +142,6 @@ constexpr std::array<StepAmount, 8> kStepTable{{
     {Command::Rewind10min, false, 593000, 600000},
     {Command::Rewind1h, false, 3593000, 3600000},
 }};
-
-// Remote-control operation codes.
-constexpr std::uint32_t kRemotePlay = 68, kRemoteStop = 69, kRemotePause = 70;
-constexpr std::uint32_t kRemoteRewind = 72, kRemoteForward = 75, kRemoteBackward = 76;
-constexpr std::uint32_t kRemoteForwardReleased = 203, kRemoteBackwardReleased = 204;
 
 // Storage-change events that make the library rescan.
 constexpr unsigned kMediaInserted = 32, kMediaRemoved = 64, kDriveRemoved = 128, kDriveAdded = 256;
@@ -416,11 +413,7 @@ bool CMainFrame::ListenForOtherInstances()
                 BringToFront();
                 return std::int64_t{1};
             }
-            // The text must end with its terminator; a request without one gets one.
-            QByteArray text = bytes;
-            if (text.size() % 2 != 0)
-                text.chop(1);
-            text.append(2, '\0');
+            const QByteArray text = TerminatedCopyData(bytes);
             COPYDATASTRUCT data{dwData, static_cast<std::uint32_t>(bytes.size()),
                                 bytes.isEmpty() ? nullptr : text.constData()};
             return std::int64_t{SendMessage(WM_COPYDATA, 0, reinterpret_cast<LPARAM>(&data))};
@@ -825,8 +818,7 @@ LRESULT CMainFrame::onCopyData(const COPYDATASTRUCT* data)
 {
     if (!data)
         return 0;
-    if (data->dwData != Message::SyncDeleteProgram && data->dwData != Message::SyncAddProgram &&
-        data->dwData != Message::OpenProgramFile)
+    if (!AcceptsCopyData(data->dwData))
         return 0;
     // A synchronous send: the sender's text stays valid until this returns.
     SendMessage(static_cast<UINT>(data->dwData), 0, reinterpret_cast<LPARAM>(data->lpData));
@@ -850,29 +842,24 @@ void CMainFrame::onRemoteControlKey(const std::uint8_t* record)
 {
     if (!record)
         return;
-    std::uint32_t code = 0;
-    std::memcpy(&code, record + 4, sizeof code);
     audio_.CancelSleepIfFading();
-    switch (code) {
-    case kRemotePlay:
-    case kRemoteStop:
-    case kRemotePause:
+    switch (RemoteActionFor(record, kRemoteRecordSize)) {
+    case RemoteAction::PlayStop:
         PostCommand(Command::PlayStop);
         break;
-    case kRemoteRewind: // starts the forward scan, deliberately
-    case kRemoteForward:
+    case RemoteAction::ForwardHold:
         transport_.FastForwardHold(0);
         break;
-    case kRemoteBackward:
+    case RemoteAction::BackwardHold:
         transport_.RewindHold(0);
         break;
-    case kRemoteForwardReleased:
+    case RemoteAction::ForwardRelease:
         transport_.FastForwardHold(-1);
         break;
-    case kRemoteBackwardReleased:
+    case RemoteAction::BackwardRelease:
         transport_.RewindHold(-1);
         break;
-    default:
+    case RemoteAction::None:
         break;
     }
 }

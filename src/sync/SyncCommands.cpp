@@ -11,6 +11,7 @@
 #include "platform/MessageBox.h"
 #include "platform/SystemError.h"
 #include "platform/SystemInfo.h"
+#include "sync/SyncInput.h"
 #include "sync/SyncProgramRecord.h"
 
 #include <string>
@@ -22,18 +23,6 @@ std::vector<std::uint8_t> utf16WithTerminator(const QString& text)
 {
     const std::vector<std::uint8_t> bytes = RegSzBytes(text.toStdU16String());
     return bytes;
-}
-
-// The path-taking commands get UTF-16 text with its terminator; an empty text counts as none.
-std::optional<QString> pathFromInput(const std::optional<std::vector<std::uint8_t>>& input)
-{
-    if (!input)
-        return std::nullopt;
-    const QString text =
-        QString::fromStdU16String(RegSzText(input->data(), static_cast<DWORD>(input->size())));
-    if (text.isEmpty())
-        return std::nullopt;
-    return text;
 }
 
 QByteArray copyDataPayload(const QString& path)
@@ -104,7 +93,7 @@ SyncAnswer GetAPVersion()
 SyncAnswer EnumFiles(const SyncEnvironment& environment,
                      const std::optional<std::vector<std::uint8_t>>& input)
 {
-    const std::optional<QString> folder = pathFromInput(input);
+    const std::optional<QString> folder = SyncPathFromInput(input);
     ProgramStateStore store(environment.registry);
     ProgramLibrary library(environment.registry, store, environment.cards, environment.folders);
     if (!library.ScanForSync(folder)) {
@@ -139,7 +128,7 @@ SyncAnswer GetDeviceManufacturer(const SyncEnvironment& environment)
 SyncAnswer DeleteProgram(const SyncEnvironment& environment,
                          const std::optional<std::vector<std::uint8_t>>& input)
 {
-    const std::optional<QString> path = pathFromInput(input);
+    const std::optional<QString> path = SyncPathFromInput(input);
     InstanceClient running;
     if (running.Connect(environment.windowClass)) {
         running.Send(InstanceRequest::CopyData, Message::SyncDeleteProgram,
@@ -173,11 +162,7 @@ SyncAnswer AddProgram(const SyncEnvironment& environment,
         return {S_OK, {}};
     if (!input)
         return {E_INVALIDARG, {}};
-    QByteArray payload(reinterpret_cast<const char*>(input->data()), static_cast<qsizetype>(input->size()));
-    // The player copies the text up to its terminator; make sure there is one.
-    if (payload.size() < 2 || payload.right(2) != QByteArray(2, '\0'))
-        payload.append(QByteArray(payload.size() % 2 == 0 ? 2 : 3, '\0'));
-    running.Send(InstanceRequest::CopyData, Message::SyncAddProgram, payload);
+    running.Send(InstanceRequest::CopyData, Message::SyncAddProgram, AddProgramPayload(*input));
     return {S_OK, {}};
 }
 

@@ -1,4 +1,5 @@
 #include "platform/InstanceChannel.h"
+#include "platform/InstanceMessage.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -111,6 +112,27 @@ TEST_F(InstanceChannelTest, DropsMalformedAndOversizedRequestsWithoutAnswer)
     huge[15] = '\x7f';
     EXPECT_FALSE(sendRaw(huge).has_value());
     EXPECT_EQ(handled, 0);
+}
+
+// A request arrives in pieces: nothing is decided before its last byte, and
+// what follows it is left for the next request.
+TEST(InstanceMessage, DecodesOnlyWholeRequestsAndRefusesBadHeadersAtOnce)
+{
+    const QByteArray path(reinterpret_cast<const char*>(u"/a.zq"), 12);
+    const QByteArray request = EncodeInstanceRequest(InstanceRequest::CopyData, 7482, path);
+    for (qsizetype n = 0; n < request.size(); ++n)
+        EXPECT_EQ(DecodeInstanceRequest(request.left(n)).status, DecodedInstanceRequest::Incomplete) << n;
+    const DecodedInstanceRequest whole = DecodeInstanceRequest(request + "TPWM");
+    ASSERT_EQ(whole.status, DecodedInstanceRequest::Complete);
+    EXPECT_EQ(whole.consumed, request.size());
+    EXPECT_EQ(whole.dwData, 7482u);
+    EXPECT_EQ(whole.data, path);
+
+    for (int field : {0, 4, 12}) { // magic, kind, a length past the largest payload
+        QByteArray bad = request.left(kInstanceHeaderBytes);
+        bad[field + 3] = '\x7f';
+        EXPECT_EQ(DecodeInstanceRequest(bad).status, DecodedInstanceRequest::Malformed) << field;
+    }
 }
 
 } // namespace

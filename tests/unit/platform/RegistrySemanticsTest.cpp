@@ -101,6 +101,10 @@ TEST_F(RegistrySemantics, PathsTolerateStrayBackslashesAndRefuseUnstorableNames)
     EXPECT_EQ(registry->CreateKey(HKEY_LOCAL_MACHINE, u"lone \xd800 surrogate", 0, &bad),
               ERROR_INVALID_PARAMETER);
     EXPECT_EQ(WriteValue(*registry, key, u"bad \xdc00", REG_SZ, {}), ERROR_INVALID_PARAMETER);
+    // SQLite would hand these back as U+FFFD: listed, but unreachable by that name.
+    EXPECT_EQ(registry->CreateKey(HKEY_LOCAL_MACHINE, u"non\uffffcharacter", 0, &bad),
+              ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(WriteValue(*registry, key, u"non\ufffecharacter", REG_SZ, {}), ERROR_INVALID_PARAMETER);
     EXPECT_EQ(SubkeyNames(HKEY_LOCAL_MACHINE), std::vector<std::u16string>{u"Software"});
 }
 
