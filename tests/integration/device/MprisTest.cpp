@@ -305,7 +305,11 @@ TEST_F(MprisFloodTest, AClientThatFloodsThePlayerIsAnsweredWhilePlaybackKeepsIts
     EXPECT_EQ(QString::fromUtf8(client.readAllStandardOutput()).trimmed(),
               QStringLiteral("answered %1").arg(kCalls));
     EXPECT_TRUE(playing());
+#if !defined(__SANITIZE_ADDRESS__)
+    // AddressSanitizer holds freed memory back in quarantine (256 MB), so the
+    // resident size says nothing there; every call answered still does.
     EXPECT_LT(ResidentKb() - residentBefore, 64 * 1024) << "the calls were kept, not answered";
+#endif
 }
 
 } // namespace
