@@ -80,7 +80,9 @@ TEST(KilledPlayer, ResumesAtMostTheSavingPeriodBeforeThePointReached)
         ASSERT_TRUE(player.waitForFinished(20000));
         heard = ReadCapture(capture);
         ASSERT_TRUE(heard);
-        reached = heard->lastMs;
+        // The last frame heard is stamped with the millisecond it lies in; the
+        // point reached is that millisecond's end, where a resume may start.
+        reached = heard->lastMs + 1;
     }
 
     std::sort(losses.begin(), losses.end());
