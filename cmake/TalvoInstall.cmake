@@ -16,7 +16,16 @@ install(TARGETS zqxsdk LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} NAMELINK_SKIP
 
 # The skins are drawn by the build (tools/skin-artwork) into <build>/bin/Skins.
 install(DIRECTORY ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/Skins DESTINATION ${TALVO_DATA_DESTINATION})
-install(FILES ${PROJECT_SOURCE_DIR}/data/help/TalvoPlayerHlp.htm DESTINATION ${TALVO_DATA_DESTINATION})
+install(FILES ${PROJECT_SOURCE_DIR}/data/help/TalvoPlayerHlp.htm ${PROJECT_SOURCE_DIR}/data/welcome/zqserver.ini
+        DESTINATION ${TALVO_DATA_DESTINATION})
+# The player starts "Feldrun" from its own folder, which installed is the data
+# folder: a relative link to feldrun, so the tree may move to another prefix.
+file(RELATIVE_PATH data_to_bin ${CMAKE_INSTALL_FULL_DATADIR}/talvoplayer ${CMAKE_INSTALL_FULL_BINDIR})
+install(CODE "
+  set(link \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${TALVO_DATA_DESTINATION}/Feldrun\")
+  file(REMOVE \"\${link}\")
+  file(CREATE_LINK \"${data_to_bin}/feldrun\" \"\${link}\" SYMBOLIC)
+")
 
 install(FILES ${PROJECT_SOURCE_DIR}/data/desktop/talvoplayer.desktop DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
 install(FILES ${PROJECT_SOURCE_DIR}/data/desktop/talvoplayer.svg

@@ -2,6 +2,7 @@
 // audio books in; more subcommands join it as the tool grows.
 #include "ImportCommand.h"
 #include "TalvoVersion.h"
+#include "UpdateTimer.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -22,6 +23,10 @@ const char* const kUsage = "usage: feldrun COMMAND [options]\n"
                            "  import PATH...  make programs of audio books (files or folders); see\n"
                            "                  feldrun import --help\n"
                            "\n"
+                           "  --install-timer [daily|weekly|HH:MM]\n"
+                           "                  update the subscriptions automatically (a systemd user\n"
+                           "                  timer; daily when no time is given)\n"
+                           "  --remove-timer  stop updating automatically\n"
                            "  -h, --help      this text\n"
                            "  --version       the version of feldrun\n";
 
@@ -31,6 +36,8 @@ struct Subcommand {
 };
 constexpr Subcommand kSubcommands[] = {
     {"import", feldrun::RunImportCommand},
+    {"--install-timer", feldrun::RunInstallTimerCommand},
+    {"--remove-timer", feldrun::RunRemoveTimerCommand},
 };
 
 } // namespace

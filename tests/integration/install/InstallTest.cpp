@@ -68,12 +68,16 @@ TEST_F(Install, EveryPieceIsInPlaceAndTheDesktopAcceptsThem)
 {
     for (const char* file :
          {"bin/talvoplayer", "bin/talvosync", "bin/talvoreg", "bin/zqxinfo", "bin/feldrun",
-          "share/talvoplayer/TalvoPlayerHlp.htm", "share/icons/hicolor/scalable/apps/talvoplayer.svg",
-          "share/mime/packages/talvoplayer.xml", "share/applications/talvoplayer.desktop",
-          "share/man/man1/talvoplayer.1", "share/man/man1/talvoreg.1", "share/man/man1/talvosync.1",
-          "share/man/man1/zqxpack.1", "share/man/man1/zqxinfo.1", "share/man/man1/feldrun.1"})
+          "share/talvoplayer/TalvoPlayerHlp.htm", "share/talvoplayer/zqserver.ini",
+          "share/icons/hicolor/scalable/apps/talvoplayer.svg", "share/mime/packages/talvoplayer.xml",
+          "share/applications/talvoplayer.desktop", "share/man/man1/talvoplayer.1",
+          "share/man/man1/talvoreg.1", "share/man/man1/talvosync.1", "share/man/man1/zqxpack.1",
+          "share/man/man1/zqxinfo.1", "share/man/man1/feldrun.1"})
         EXPECT_TRUE(QFileInfo::exists(prefix(file))) << file;
     EXPECT_FALSE(QDir(prefix("share/talvoplayer/Skins")).entryList({"*.ini"}).isEmpty());
+    // The player's Feldrun command starts Feldrun from its own folder.
+    EXPECT_EQ(QFileInfo(prefix("share/talvoplayer/Feldrun")).canonicalFilePath(),
+              QFileInfo(prefix("bin/feldrun")).canonicalFilePath());
 
     const ProcessRun validate =
         run("desktop-file-validate", {prefix("share/applications/talvoplayer.desktop")});

@@ -2,6 +2,7 @@
 #include "PlayerFixture.h"
 
 #include "app/FileAssociation.h"
+#include "app/InfoScreens.h"
 #include "base/CommandIds.h"
 #include "skins/SkinnedDisplay.h"
 
@@ -278,6 +279,13 @@ TEST_F(MainWindow, TheFirstRunWelcomesOnceWithoutTouchingPlaybackAndAboutAndHelp
     });
     frame_->SendCommand(Command::Help);
     EXPECT_TRUE(help.contains("Bookmarks"));
+
+    // The texts that ship beside the player (lines that end in a carriage
+    // return, or the reader finds none) tell what Feldrun does.
+    QDialog* shipped = ShowWelcome(QStringLiteral(TALVO_BUILD_DIR "/bin"), nullptr);
+    EXPECT_EQ(shipped->windowTitle(), "Welcome to TalvoPlayer");
+    EXPECT_TRUE(shipped->findChild<QLabel*>("welcomeText")->text().contains("subscribes to podcasts"));
+    shipped->close();
 }
 
 TEST_F(MainWindow, HeldKeysRunTheirHoldOnceAndTheirReleaseEndsIt)
