@@ -17,13 +17,13 @@ struct FeedEpisode {
     // episode from another across updates.
     QString guid;
     QString title;
-    QString description; // plain text, markup removed
-    QUrl enclosureUrl;   // absolute, resolved against the feed's URL
+    QString description;              // plain text, markup removed
+    QUrl enclosureUrl;                // absolute, resolved against the feed's URL
     std::uint64_t enclosureBytes = 0; // as the feed states it; 0 when unknown
     QString enclosureType;
-    QUrl imageUrl;    // the item's itunes:image, else the programme's picture
-    QUrl chaptersUrl; // podcast:chapters (JSON), preferred over the file's own
-    QDateTime published; // UTC; invalid when the feed gives no date it can be read from
+    QUrl imageUrl;                     // the item's itunes:image, else the programme's picture
+    QUrl chaptersUrl;                  // podcast:chapters (JSON), preferred over the file's own
+    QDateTime published;               // UTC; invalid when the feed gives no date it can be read from
     std::uint32_t durationSeconds = 0; // itunes:duration; 0 when unknown
 };
 
@@ -34,6 +34,9 @@ struct Feed {
     QUrl imageUrl;
     QUrl link;
     std::vector<FeedEpisode> episodes; // in the feed's order; items without an enclosure are left out
+    // What was left out of a feed that was read, for the listener: items that
+    // repeat an earlier item's GUID (the first is kept), unusable enclosures.
+    std::vector<QString> warnings;
 };
 
 // Reads a feed's bytes; baseUrl (where they came from) resolves relative

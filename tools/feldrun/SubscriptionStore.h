@@ -28,15 +28,23 @@ struct EpisodeRecord {
     QString error;       // why it Failed
 };
 
+// The newest episodes a subscription keeps when nobody says otherwise, and
+// the most it may keep.
+inline constexpr std::uint32_t kDefaultKeep = 3;
+inline constexpr std::uint32_t kMaxKeep = 100;
+
 struct Subscription {
-    QUrl url;        // where the feed is fetched; a permanent redirect replaces it
+    QUrl url; // where the feed is fetched; a permanent redirect replaces it
     QString title;
     QString author;
     QUrl imageUrl;
-    QString etag;          // of the last feed fetched, sent back as If-None-Match
-    QString lastModified;  // sent back as If-Modified-Since
-    std::uint32_t keep = 3; // the newest episodes kept on the device
+    QString etag;                        // of the last feed fetched, sent back as If-None-Match
+    QString lastModified;                // sent back as If-Modified-Since
+    std::uint32_t keep = kDefaultKeep;   // the newest episodes kept on the device, 1 to kMaxKeep
     std::vector<EpisodeRecord> episodes; // newest first
+    // The store's name for it, set by Load and Find; Save keeps writing there
+    // when url changes.  Empty for a subscription not saved yet.
+    QString storeKey;
 };
 
 class SubscriptionStore {
@@ -52,10 +60,16 @@ public:
     bool Save(const Subscription& subscription);
     bool Remove(const QUrl& url);
     const QString& error() const { return error_; }
+    // The records the last Load or Find passed over as damaged, each named
+    // by its key with what was wrong.
+    const std::vector<QString>& skipped() const { return skipped_; }
 
 private:
+    bool fail(const QString& what, talvo::RegStatus status);
+
     talvo::Registry& registry_;
     QString error_;
+    std::vector<QString> skipped_;
 };
 
 } // namespace feldrun
