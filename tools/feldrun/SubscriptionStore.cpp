@@ -221,6 +221,21 @@ bool SameUrl(const QUrl& stored, const QUrl& given)
            stored.matches(given, QUrl::StripTrailingSlash | QUrl::NormalizePathSegments);
 }
 
+// The key of the subscription stored with this URL, read without its episodes.
+std::optional<QString> KeyNameOfStored(Registry& registry, const QUrl& url)
+{
+    OpenedKey all(registry);
+    if (all.Open(HKEY_LOCAL_MACHINE, kSubscriptionsKey) != ERROR_SUCCESS)
+        return std::nullopt;
+    for (const std::u16string& name : SubkeyNames(registry, all.get())) {
+        OpenedKey key(registry);
+        if (key.Open(all.get(), name) == ERROR_SUCCESS &&
+            SameUrl(QUrl(ReadText(registry, key.get(), kUrl).value_or(QString())), url))
+            return QString::fromStdU16String(name);
+    }
+    return std::nullopt;
+}
+
 struct StoredSubscription {
     Subscription subscription;
     DWORD order = 0;
@@ -297,10 +312,8 @@ std::optional<Subscription> SubscriptionStore::Find(const QString& urlOrTitle)
 bool SubscriptionStore::Save(const Subscription& subscription)
 {
     QString keyName = subscription.storeKey;
-    if (keyName.isEmpty()) {
-        const std::optional<Subscription> same = Find(subscription.url.toString());
-        keyName = same && SameUrl(same->url, subscription.url) ? same->storeKey : KeyNameOf(subscription.url);
-    }
+    if (keyName.isEmpty())
+        keyName = KeyNameOfStored(registry_, subscription.url).value_or(KeyNameOf(subscription.url));
     RegistryTransaction transaction(registry_);
     if (transaction.status() != ERROR_SUCCESS)
         return fail(QStringLiteral("saving a subscription"), transaction.status());

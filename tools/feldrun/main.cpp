@@ -1,6 +1,7 @@
 // feldrun: the listener's side of getting programs: `feldrun import` brings
 // audio books in; more subcommands join it as the tool grows.
 #include "ImportCommand.h"
+#include "SubscriptionCommands.h"
 #include "TalvoVersion.h"
 #include "UpdateTimer.h"
 
@@ -22,6 +23,15 @@ const char* const kUsage = "usage: feldrun COMMAND [options]\n"
                            "Commands:\n"
                            "  import PATH...  make programs of audio books (files or folders); see\n"
                            "                  feldrun import --help\n"
+                           "  subscribe URL   subscribe to a podcast's or programme's feed\n"
+                           "  unsubscribe URL|TITLE\n"
+                           "                  end a subscription (its episodes on the device stay)\n"
+                           "  list            the subscriptions and their episodes\n"
+                           "  keep URL|TITLE N\n"
+                           "                  keep a subscription's newest N episodes (default 3)\n"
+                           "  opml import|export FILE\n"
+                           "                  subscribe to the feeds of an OPML file, or write one\n"
+                           "  Each command's --help tells more.\n"
                            "\n"
                            "  --install-timer [daily|weekly|HH:MM]\n"
                            "                  update the subscriptions automatically (a systemd user\n"
@@ -36,6 +46,11 @@ struct Subcommand {
 };
 constexpr Subcommand kSubcommands[] = {
     {"import", feldrun::RunImportCommand},
+    {"subscribe", feldrun::RunSubscribeCommand},
+    {"unsubscribe", feldrun::RunUnsubscribeCommand},
+    {"list", feldrun::RunListCommand},
+    {"keep", feldrun::RunKeepCommand},
+    {"opml", feldrun::RunOpmlCommand},
     {"--install-timer", feldrun::RunInstallTimerCommand},
     {"--remove-timer", feldrun::RunRemoveTimerCommand},
 };
