@@ -81,6 +81,55 @@ bool BookImporter::Import(const std::string& path, ImportResult& result, const P
         return false;
     if (options_.dryRun)
         return true;
+    return Finish(plan, result, progress);
+}
+
+bool BookImporter::ImportEpisode(const EpisodeInput& episode, ImportResult& result, const Progress& progress)
+{
+    error_.clear();
+    zqxauthor::BookFile file;
+    if (!zqxauthor::ProbeBookFile(episode.audioPath, file, error_))
+        return false;
+    if (episode.chapters)
+        file.chapters = *episode.chapters;
+    zqxauthor::BookPlan plan;
+    PlanEpisode(episode, file, result, plan);
+    return Finish(plan, result, progress);
+}
+
+void BookImporter::PlanEpisode(const EpisodeInput& episode, const zqxauthor::BookFile& file,
+                               ImportResult& result, zqxauthor::BookPlan& plan) const
+{
+    // No picture folder: the download folder's other files are not this episode's.
+    plan = zqxauthor::PlanBook({file}, true, episode.fields.title, {});
+    const auto take = [](const std::string& given, std::string& field) {
+        if (!given.empty())
+            field = given;
+    };
+    take(episode.fields.title, plan.fields.title);
+    take(episode.fields.author, plan.fields.author);
+    take(episode.fields.narrator, plan.fields.narrator);
+    take(episode.fields.provider, plan.fields.provider);
+    take(episode.fields.description, plan.fields.description);
+    if (!episode.picture.empty()) {
+        // The file's cover, if it has one, comes before its chapters' pictures.
+        if (plan.pictures.size() > file.chapterPictures.size())
+            plan.pictures.erase(plan.pictures.begin());
+        plan.pictures.insert(plan.pictures.begin(), {episode.audioPath + " (picture)", 0, episode.picture});
+    }
+    const std::string name = zqxauthor::NameForFile(episode.episode, "Episode");
+    const fs::path folder = fs::path(options_.musicFolder) /
+                            zqxauthor::NameForFile(episode.programme, "Unknown Programme") / name;
+    result.programPath = (folder / (name + zqxauthor::FindFileType(options_.fileType)->extension)).string();
+    result.programId = episode.programId;
+    result.idKept = false;
+    result.fields = plan.fields;
+    result.sections = plan.sections;
+    result.warnings = plan.warnings;
+}
+
+bool BookImporter::Finish(const zqxauthor::BookPlan& plan, ImportResult& result, const Progress& progress)
+{
     if (!Write(plan, result, progress))
         return false;
     RemoveOtherCopies(result);

@@ -28,6 +28,20 @@ struct ImportResult {
     std::vector<std::string> warnings;
 };
 
+// One downloaded episode of a subscription: packed with the fields its feed
+// gives rather than the file's tags, as Programme/Episode/Episode.zqx.
+struct EpisodeInput {
+    std::string audioPath;
+    zqxauthor::ProgramFields fields; // fields left empty come from the file's tags
+    std::string programme;           // the folder under Music
+    std::string episode;             // the episode's folder and file name
+    std::string programId;
+    // The feed's chapter list, in place of the file's own; nullopt: the file's.
+    std::optional<std::vector<zqxauthor::RawChapter>> chapters;
+    // The episode's picture, JPEG or PNG, in place of the file's cover; empty: the file's.
+    std::vector<std::uint8_t> picture;
+};
+
 // Brings one book (a file, or a folder of files) into the Music folder as
 // Author/Title/Title.zqx, where the player finds it. The program is written
 // under a temporary name and renamed into place when complete, so a failure
@@ -41,10 +55,17 @@ public:
     explicit BookImporter(ImportOptions options) : options_(std::move(options)) {}
 
     bool Import(const std::string& path, ImportResult& result, const Progress& progress = {});
+    // As Import, with the layout and fields the episode gives; replaces a
+    // program of the same id there.
+    bool ImportEpisode(const EpisodeInput& episode, ImportResult& result, const Progress& progress = {});
     const std::string& Error() const { return error_; }
 
 private:
     bool Plan(const std::string& path, ImportResult& result, zqxauthor::BookPlan& plan);
+    void PlanEpisode(const EpisodeInput& episode, const zqxauthor::BookFile& file, ImportResult& result,
+                     zqxauthor::BookPlan& plan) const;
+    // Writes the planned program into place and tells the player of it.
+    bool Finish(const zqxauthor::BookPlan& plan, ImportResult& result, const Progress& progress);
     bool Write(const zqxauthor::BookPlan& plan, ImportResult& result, const Progress& progress);
     void RemoveOtherCopies(const ImportResult& result) const;
     // Why a running player could not be told, if it could not.

@@ -42,7 +42,10 @@ signals:
 
 private:
     class Run;
+    void Finish(int failures);
+
     Run* run_ = nullptr;
+    talvo::Registry& registry_;
     SubscriptionStore store_;
     UpdateOptions options_;
 };

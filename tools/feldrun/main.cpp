@@ -3,6 +3,7 @@
 #include "ImportCommand.h"
 #include "SubscriptionCommands.h"
 #include "TalvoVersion.h"
+#include "UpdateCommand.h"
 #include "UpdateTimer.h"
 
 #include <QCoreApplication>
@@ -31,6 +32,7 @@ const char* const kUsage = "usage: feldrun COMMAND [options]\n"
                            "                  keep a subscription's newest N episodes (default 3)\n"
                            "  opml import|export FILE\n"
                            "                  subscribe to the feeds of an OPML file, or write one\n"
+                           "  update [TITLE]  bring in new episodes, remove the oldest\n"
                            "  Each command's --help tells more.\n"
                            "\n"
                            "  --install-timer [daily|weekly|HH:MM]\n"
@@ -51,6 +53,7 @@ constexpr Subcommand kSubcommands[] = {
     {"list", feldrun::RunListCommand},
     {"keep", feldrun::RunKeepCommand},
     {"opml", feldrun::RunOpmlCommand},
+    {"update", feldrun::RunUpdateCommand},
     {"--install-timer", feldrun::RunInstallTimerCommand},
     {"--remove-timer", feldrun::RunRemoveTimerCommand},
 };

@@ -51,13 +51,6 @@ std::string ReadText(const fs::path& path)
     return text.str();
 }
 
-bool IsPicture(const std::vector<std::uint8_t>& b)
-{
-    const bool jpeg = b.size() >= 3 && b[0] == 0xFF && b[1] == 0xD8 && b[2] == 0xFF;
-    const bool png = b.size() >= 8 && b[0] == 0x89 && b[1] == 'P' && b[2] == 'N' && b[3] == 'G';
-    return jpeg || png;
-}
-
 // The cue sheet meant for an audio file: "book.cue" beside "book.m4b", else
 // the one sheet in the folder whose FILE names it.
 std::optional<CueSheet> CueSheetFor(const fs::path& audio)
@@ -159,6 +152,13 @@ std::optional<PictureInput> CoverOf(const std::vector<BookFile>& files, const st
 }
 
 } // namespace
+
+bool IsPicture(const std::vector<std::uint8_t>& b)
+{
+    const bool jpeg = b.size() >= 3 && b[0] == 0xFF && b[1] == 0xD8 && b[2] == 0xFF;
+    const bool png = b.size() >= 8 && b[0] == 0x89 && b[1] == 'P' && b[2] == 'N' && b[3] == 'G';
+    return jpeg || png;
+}
 
 std::string CutUtf8(std::string text, std::size_t bytes)
 {

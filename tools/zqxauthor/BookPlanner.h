@@ -48,6 +48,9 @@ BookPlan PlanBook(const std::vector<BookFile>& files, bool useChapters, const st
 // Audio the book reader takes, by file name.
 bool IsAudioFileName(const std::string& path);
 
+// A JPEG or a PNG, by its first bytes: the pictures a program can hold.
+bool IsPicture(const std::vector<std::uint8_t>& bytes);
+
 // Cuts at most `bytes` bytes of UTF-8 without splitting a character.
 std::string CutUtf8(std::string text, std::size_t bytes);
 // A tag made fit to be a file or folder name: no "/", no control characters,
