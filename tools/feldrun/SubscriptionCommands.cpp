@@ -3,6 +3,7 @@
 #include "ListenedCheck.h"
 #include "Opml.h"
 #include "SubscriptionStore.h"
+#include "UpdateCommand.h"
 
 #include "platform/FileNames.h"
 #include "platform/SystemError.h"
@@ -18,17 +19,20 @@
 namespace feldrun {
 
 const char* const kSubscribeUsage =
-    "usage: feldrun subscribe [--keep N] URL\n"
+    "usage: feldrun subscribe [--keep N] [--no-update] URL\n"
     "\n"
     "Subscribes to the podcast or daily programme whose feed (RSS or Atom) is at URL,\n"
-    "an http:// or https:// address. feldrun update brings its new episodes into the\n"
-    "Music folder. Subscribing again to a URL already subscribed to changes nothing.\n"
+    "an http:// or https:// address, and brings its newest episodes into the Music\n"
+    "folder at once, as feldrun update does. Subscribing again to a URL already\n"
+    "subscribed to changes nothing.\n"
     "\n"
     "  --keep N      keep the newest N episodes on the device (default 3, at most 100)\n"
+    "  --no-update   only subscribe; the next feldrun update fetches the feed\n"
     "  -h, --help    this text\n"
     "\n"
     "Environment: TALVOPLAYER_REGISTRY, the settings store subscriptions are kept in.\n"
-    "Exit status: 0 when subscribed, 1 when the store could not be written, 2 for a\n"
+    "Exit status: 0 when subscribed (and its episodes came in), 1 when the store could\n"
+    "not be written or the first update failed (the subscription stays), 2 for a\n"
     "wrong command line (a URL that is not http or https among them).\n";
 
 const char* const kUnsubscribeUsage =
@@ -86,6 +90,7 @@ constexpr const char* kOpmlTitle = "TalvoPlayer subscriptions";
 struct CommandLine {
     std::vector<std::string> operands;
     std::optional<std::uint32_t> keep;
+    bool noUpdate = false;
 };
 
 void PrintError(const char* command, const QString& message)
@@ -125,7 +130,9 @@ std::optional<int> ReadCommandLine(const char* command, const std::vector<std::s
             if (!line.keep)
                 return UsageError(command, QStringLiteral("--keep takes a number from 1 to %1").arg(kMaxKeep),
                                   usage);
-        } else if (a.size() > 1 && a[0] == '-')
+        } else if (a == "--no-update" && usage == kSubscribeUsage)
+            line.noUpdate = true;
+        else if (a.size() > 1 && a[0] == '-')
             return UsageError(command, QStringLiteral("unknown option %1").arg(QString::fromStdString(a)),
                               usage);
         else
@@ -341,7 +348,7 @@ std::unique_ptr<talvo::Registry> OpenSettingsStore(const char* command)
     return nullptr;
 }
 
-int RunSubscribeCommand(const std::vector<std::string>& args, const std::string&)
+int RunSubscribeCommand(const std::vector<std::string>& args, const std::string& playerPath)
 {
     CommandLine line;
     if (const auto status = ReadCommandLine("subscribe", args, kSubscribeUsage, line))
@@ -356,7 +363,11 @@ int RunSubscribeCommand(const std::vector<std::string>& args, const std::string&
     if (!registry)
         return kExitFailed;
     SubscriptionStore store(*registry);
-    return Subscribe(store, *url, line.keep);
+    const bool known = store.Find(url->toString()).has_value();
+    const int status = Subscribe(store, *url, line.keep);
+    if (status != kExitDone || known || line.noUpdate)
+        return status;
+    return UpdateSubscriptions(*registry, url->toString(), playerPath, false, "subscribe");
 }
 
 int RunUnsubscribeCommand(const std::vector<std::string>& args, const std::string&)

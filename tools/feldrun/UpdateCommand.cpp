@@ -1,8 +1,8 @@
 #include "UpdateCommand.h"
 
 #include "FeedUpdater.h"
+#include "SubscriptionCommands.h"
 #include "platform/ProgramFolders.h"
-#include "platform/Registry.h"
 #include "zqxauthor/ProgressBar.h"
 
 #include <QEventLoop>
@@ -33,9 +33,6 @@ const char* const kUpdateUsage =
 
 namespace {
 
-constexpr int kExitFailed = 1;
-constexpr int kExitUsage = 2;
-
 // What a listener on a terminal sees: a bar while an episode downloads, and a
 // line for each episode that came in.
 void ShowProgress(FeedUpdater& updater, talvo::Registry& registry, zqxauthor::ProgressBar& bar)
@@ -62,6 +59,38 @@ void ShowProgress(FeedUpdater& updater, talvo::Registry& registry, zqxauthor::Pr
 
 } // namespace
 
+int UpdateSubscriptions(talvo::Registry& registry, const QString& which, const std::string& playerPath,
+                        bool quiet, const char* command)
+{
+    const QString music = talvo::MusicFolder();
+    if (music.isEmpty()) {
+        std::fprintf(stderr, "feldrun %s: there is no Music folder (set TALVOPLAYER_MUSIC)\n", command);
+        return kExitFailed;
+    }
+    FeedUpdater updater(registry, {music, QString::fromStdString(playerPath), 0});
+    QObject::connect(&updater, &FeedUpdater::subscriptionFailed, &updater,
+                     [command](const QUrl&, const QString& error) {
+                         std::fprintf(stderr, "feldrun %s: %s\n", command, error.toUtf8().constData());
+                     });
+    zqxauthor::ProgressBar bar;
+    QObject::connect(&updater, &FeedUpdater::episodeStateChanged, &updater,
+                     [&bar, command](const QUrl&, const QString&, EpisodeState state, const QString& error) {
+                         if (state != EpisodeState::Failed)
+                             return;
+                         bar.End();
+                         std::fprintf(stderr, "feldrun %s: %s\n", command, error.toUtf8().constData());
+                     });
+    if (!quiet && isatty(STDOUT_FILENO))
+        ShowProgress(updater, registry, bar);
+    QEventLoop loop;
+    QObject::connect(&updater, &FeedUpdater::finished, &loop,
+                     [&loop](int failures) { loop.exit(failures > 0 ? kExitFailed : kExitDone); });
+    QTimer::singleShot(0, &updater, [&] { updater.Update(which); });
+    const int exitStatus = loop.exec();
+    bar.End();
+    return exitStatus;
+}
+
 int RunUpdateCommand(const std::vector<std::string>& args, const std::string& playerPath)
 {
     bool quiet = false;
@@ -69,7 +98,7 @@ int RunUpdateCommand(const std::vector<std::string>& args, const std::string& pl
     for (const std::string& a : args) {
         if (a == "-h" || a == "--help") {
             std::fputs(kUpdateUsage, stdout);
-            return 0;
+            return kExitDone;
         }
         if (a == "-q" || a == "--quiet") {
             quiet = true;
@@ -77,44 +106,13 @@ int RunUpdateCommand(const std::vector<std::string>& args, const std::string& pl
             std::fprintf(stderr, "feldrun update: unexpected '%s'\n%s", a.c_str(), kUpdateUsage);
             return kExitUsage;
         } else {
-            which = QString::fromStdString(a);
+            which = QString::fromLocal8Bit(a);
         }
     }
-    const QString music = talvo::MusicFolder();
-    if (music.isEmpty()) {
-        std::fputs("feldrun update: there is no Music folder (set TALVOPLAYER_MUSIC)\n", stderr);
+    const auto registry = OpenSettingsStore("update");
+    if (!registry)
         return kExitFailed;
-    }
-    const std::string storePath = talvo::DefaultRegistryPath();
-    talvo::RegStatus status = talvo::ERROR_SUCCESS;
-    const auto registry = talvo::OpenSqliteRegistry(storePath, &status);
-    if (!registry) {
-        std::fprintf(stderr, "feldrun update: cannot open the settings store %s (error %d)\n",
-                     storePath.c_str(), status);
-        return kExitFailed;
-    }
-    FeedUpdater updater(*registry, {music, QString::fromStdString(playerPath), 0});
-    QObject::connect(&updater, &FeedUpdater::subscriptionFailed, &updater,
-                     [](const QUrl&, const QString& error) {
-                         std::fprintf(stderr, "feldrun update: %s\n", error.toUtf8().constData());
-                     });
-    zqxauthor::ProgressBar bar;
-    QObject::connect(&updater, &FeedUpdater::episodeStateChanged, &updater,
-                     [&bar](const QUrl&, const QString&, EpisodeState state, const QString& error) {
-                         if (state != EpisodeState::Failed)
-                             return;
-                         bar.End();
-                         std::fprintf(stderr, "feldrun update: %s\n", error.toUtf8().constData());
-                     });
-    if (!quiet && isatty(STDOUT_FILENO))
-        ShowProgress(updater, *registry, bar);
-    QEventLoop loop;
-    QObject::connect(&updater, &FeedUpdater::finished, &loop,
-                     [&loop](int failures) { loop.exit(failures > 0 ? kExitFailed : 0); });
-    QTimer::singleShot(0, &updater, [&] { updater.Update(which); });
-    const int exitStatus = loop.exec();
-    bar.End();
-    return exitStatus;
+    return UpdateSubscriptions(*registry, which, playerPath, quiet, "update");
 }
 
 } // namespace feldrun

@@ -60,10 +60,11 @@ TEST_F(FeldrunSubscriptions, SubscribeKeepAndListWithClearMessagesForWrongInput)
     EXPECT_TRUE(output_.contains("--keep takes a number from 1 to 100"));
     EXPECT_TRUE(stored().empty());
 
-    ASSERT_EQ(feldrun({"subscribe", "https://a.example/feed"}), 0) << output_.toStdString();
+    ASSERT_EQ(feldrun({"subscribe", "--no-update", "https://a.example/feed"}), 0) << output_.toStdString();
     EXPECT_EQ(output_, "subscribed to https://a.example/feed\n");
-    ASSERT_EQ(
-        feldrun({"subscribe", "--keep", "5", QString::fromUtf8("http://b.example/f\xC3\xBCr alle.xml")}), 0);
+    ASSERT_EQ(feldrun({"subscribe", "--no-update", "--keep", "5",
+                       QString::fromUtf8("http://b.example/f\xC3\xBCr alle.xml")}),
+              0);
     EXPECT_EQ(feldrun({"subscribe", "https://a.example/feed/"}), 0);
     EXPECT_TRUE(output_.startsWith("already subscribed to")) << output_.toStdString();
     std::vector<feldrun::Subscription> all = stored();
@@ -104,7 +105,7 @@ TEST_F(FeldrunSubscriptions, SubscribeKeepAndListWithClearMessagesForWrongInput)
               "  new 0, downloading 0, ready 0, listened 0, failed 0; keeps the newest 5\n");
     EXPECT_EQ(feldrun({"list", "extra"}), 2);
     EXPECT_EQ(feldrun({"subscribe", "--help"}), 0);
-    EXPECT_TRUE(output_.startsWith("usage: feldrun subscribe [--keep N] URL\n"));
+    EXPECT_TRUE(output_.startsWith("usage: feldrun subscribe [--keep N] [--no-update] URL\n"));
 }
 
 TEST_F(FeldrunSubscriptions, ListMarksAnEpisodeHeardToItsEndListened)
@@ -149,8 +150,8 @@ TEST_F(FeldrunSubscriptions, ListMarksAnEpisodeHeardToItsEndListened)
 
 TEST_F(FeldrunSubscriptions, UnsubscribeKeepsTheProgramsAndTheirPlaces)
 {
-    ASSERT_EQ(feldrun({"subscribe", "https://a.example/feed"}), 0);
-    ASSERT_EQ(feldrun({"subscribe", "https://b.example/feed"}), 0);
+    ASSERT_EQ(feldrun({"subscribe", "--no-update", "https://a.example/feed"}), 0);
+    ASSERT_EQ(feldrun({"subscribe", "--no-update", "https://b.example/feed"}), 0);
     QDir().mkpath(device_.path("music/Talks/One"));
     write("music/Talks/One/One.zqx", "a program");
     {
@@ -187,7 +188,7 @@ TEST_F(FeldrunSubscriptions, UnsubscribeKeepsTheProgramsAndTheirPlaces)
 
 TEST_F(FeldrunSubscriptions, OpmlImportAddsWhatIsNewAndExportReadsBack)
 {
-    ASSERT_EQ(feldrun({"subscribe", "https://a.example/feed"}), 0);
+    ASSERT_EQ(feldrun({"subscribe", "--no-update", "https://a.example/feed"}), 0);
     write("mine.opml", R"(<?xml version="1.0"?><opml version="2.0"><head/><body>
         <outline text="Folder"><outline text="Already" xmlUrl="https://a.example/feed"/>
           <outline text="New One" type="rss" xmlUrl="https://n.example/one.xml"/></outline>
