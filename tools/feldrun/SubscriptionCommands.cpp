@@ -146,22 +146,6 @@ QString Argument(const std::string& bytes)
     return QString::fromLocal8Bit(bytes).trimmed();
 }
 
-// A feed's address as the listener typed it: http or https only.
-std::optional<QUrl> FeedUrl(const QString& text, QString& error)
-{
-    const QUrl url(text, QUrl::TolerantMode);
-    const QString scheme = url.scheme().toLower();
-    if (!url.isValid() || url.isRelative() || (scheme != u"http" && scheme != u"https")) {
-        error = QStringLiteral("'%1' is not a feed's address: give its http:// or https:// URL").arg(text);
-        return std::nullopt;
-    }
-    if (url.host().isEmpty()) {
-        error = QStringLiteral("'%1' names no server").arg(text);
-        return std::nullopt;
-    }
-    return url;
-}
-
 QString NameOf(const Subscription& s)
 {
     return s.title.isEmpty() ? s.url.toString() : QStringLiteral("'%1'").arg(s.title);
@@ -267,42 +251,76 @@ int ExportOpml(SubscriptionStore& store, const QString& path)
 
 int ImportOpml(SubscriptionStore& store, const QString& path)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        PrintError(
-            "opml import",
-            QStringLiteral("cannot read %1: %2").arg(talvo::DisplayFileName(path), file.errorString()));
+    std::vector<OpmlEntry> entries;
+    QString error;
+    const bool done = ImportOpmlFile(store, path, entries, error);
+    std::size_t skipped = 0;
+    for (const auto& [o, why] : entries) {
+        const QByteArray name = (o.title.isEmpty() ? o.url.toString() : o.title).toLocal8Bit();
+        const QByteArray url = o.url.toString().toLocal8Bit();
+        if (why.isEmpty())
+            std::printf("added %s <%s>\n", name.constData(), url.constData());
+        else
+            std::printf("skipped %s <%s>: %s\n", name.constData(), url.constData(),
+                        why.toLocal8Bit().constData());
+        skipped += !why.isEmpty();
+    }
+    if (!done) {
+        PrintError("opml import", error);
         return kExitFailed;
     }
+    std::printf("%zu added, %zu skipped\n", entries.size() - skipped, skipped);
+    return kExitDone;
+}
+
+} // namespace
+
+std::optional<QUrl> FeedUrl(const QString& text, QString& error)
+{
+    const QUrl url(text, QUrl::TolerantMode);
+    const QString scheme = url.scheme().toLower();
+    if (!url.isValid() || url.isRelative() || (scheme != u"http" && scheme != u"https")) {
+        error = QStringLiteral("'%1' is not a feed's address: give its http:// or https:// URL").arg(text);
+        return std::nullopt;
+    }
+    if (url.host().isEmpty()) {
+        error = QStringLiteral("'%1' names no server").arg(text);
+        return std::nullopt;
+    }
+    return url;
+}
+
+bool ImportOpmlFile(SubscriptionStore& store, const QString& path, std::vector<OpmlEntry>& entries,
+                    QString& error)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        error = QStringLiteral("cannot read %1: %2").arg(talvo::DisplayFileName(path), file.errorString());
+        return false;
+    }
     std::vector<OpmlOutline> outlines;
-    QString error;
     if (!ParseOpml(file.readAll(), outlines, error)) {
-        PrintError("opml import", QStringLiteral("%1: %2").arg(talvo::DisplayFileName(path), error));
-        return kExitFailed;
+        error = QStringLiteral("%1: %2").arg(talvo::DisplayFileName(path), error);
+        return false;
     }
     std::vector<Subscription> all;
     if (!store.Load(all)) {
-        PrintError("opml import", store.error());
-        return kExitFailed;
+        error = store.error();
+        return false;
     }
     const auto subscribed = [&all](const QUrl& url) {
         return std::any_of(all.begin(), all.end(), [&url](const Subscription& s) {
             return s.url.matches(url, QUrl::StripTrailingSlash | QUrl::NormalizePathSegments);
         });
     };
-    int added = 0;
-    int skipped = 0;
     for (const OpmlOutline& o : outlines) {
-        const QString name = o.title.isEmpty() ? o.url.toString() : o.title;
         QString why;
         if (!FeedUrl(o.url.toString(), why))
             why = QStringLiteral("not an http or https feed");
         else if (subscribed(o.url))
             why = QStringLiteral("already subscribed");
         if (!why.isEmpty()) {
-            std::printf("skipped %s <%s>: %s\n", name.toLocal8Bit().constData(),
-                        o.url.toString().toLocal8Bit().constData(), why.toLocal8Bit().constData());
-            ++skipped;
+            entries.push_back({o, why});
             continue;
         }
         Subscription s;
@@ -310,19 +328,14 @@ int ImportOpml(SubscriptionStore& store, const QString& path)
         // An export of a subscription not fetched yet names it by its URL.
         s.title = o.title == o.url.toString() ? QString() : o.title;
         if (!store.Save(s)) {
-            PrintError("opml import", store.error());
-            return kExitFailed;
+            error = store.error();
+            return false;
         }
         all.push_back(s);
-        std::printf("added %s <%s>\n", name.toLocal8Bit().constData(),
-                    o.url.toString().toLocal8Bit().constData());
-        ++added;
+        entries.push_back({o, {}});
     }
-    std::printf("%d added, %d skipped\n", added, skipped);
-    return kExitDone;
+    return true;
 }
-
-} // namespace
 
 std::unique_ptr<talvo::Registry> OpenSettingsStore(const char* command)
 {

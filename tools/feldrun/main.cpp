@@ -1,10 +1,11 @@
 // feldrun: the listener's side of getting programs: `feldrun import` brings
-// audio books in; more subcommands join it as the tool grows.
+// audio books in; with no command it opens its window.
 #include "ImportCommand.h"
 #include "SubscriptionCommands.h"
 #include "TalvoVersion.h"
 #include "UpdateCommand.h"
 #include "UpdateTimer.h"
+#include "window/RunWindow.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -17,9 +18,10 @@ namespace {
 
 constexpr int kExitUsage = 2;
 
-const char* const kUsage = "usage: feldrun COMMAND [options]\n"
+const char* const kUsage = "usage: feldrun [COMMAND [options]]\n"
                            "\n"
-                           "Brings programs to the TalvoPlayer Music folder.\n"
+                           "Brings programs to the TalvoPlayer Music folder. Without a command it opens\n"
+                           "its window.\n"
                            "\n"
                            "Commands:\n"
                            "  import PATH...  make programs of audio books (files or folders); see\n"
@@ -63,9 +65,11 @@ constexpr Subcommand kSubcommands[] = {
 int main(int argc, char** argv)
 {
     const std::vector<std::string> args(argv + 1, argv + argc);
-    if (args.empty() || args[0] == "-h" || args[0] == "--help") {
-        std::fputs(kUsage, args.empty() ? stderr : stdout);
-        return args.empty() ? kExitUsage : 0;
+    if (args.empty())
+        return feldrun::RunWindow(argc, argv);
+    if (args[0] == "-h" || args[0] == "--help") {
+        std::fputs(kUsage, stdout);
+        return 0;
     }
     if (args[0] == "--version") {
         std::puts("feldrun " TALVO_VERSION_TEXT);

@@ -1,13 +1,16 @@
 // Writes a PNG of the main screen for every shipped skin at each of its
 // layouts (stopped, playing, a button held, the volume shown) and of the skin
 // dialog in both layouts, of a program's details page with and without its
-// cover and of the program list, full and empty, in both layouts, so that a person can look at what listeners
-// see.
+// cover and of the program list, full and empty, in both layouts, and of the
+// feldrun window with a download under way and its subscribe dialog, so that
+// a person can look at what listeners see.
 //
 //     talvo-screenshots OUTPUT-FOLDER MUSIC-FOLDER
 //
 // Runs offscreen on a private device in a temporary folder; MUSIC-FOLDER holds
 // the programs to show (the demo library).
+#include "FeldrunScreens.h"
+#include "ScreenCapture.h"
 #include "TalvoVersion.h"
 #include "app/CMainFrame.h"
 #include "app/InfoScreens.h"
@@ -42,20 +45,8 @@ namespace {
 
 constexpr std::uint32_t kShownPositionMs = 12000;
 
-void settle(int ms = 150)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (clock.elapsed() < ms)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-}
-
-bool save(QWidget& widget, const QString& path)
-{
-    const bool saved = widget.grab().save(path);
-    std::printf("%s %s\n", saved ? "wrote" : "could not write", qPrintable(path));
-    return saved;
-}
+using screenshots::save;
+using screenshots::settle;
 
 QString slug(const std::u16string& name)
 {
@@ -274,5 +265,6 @@ int main(int argc, char** argv)
         settle();
         failures += !save(name, out + "/bookmark-name.png");
     }
+    failures += SaveFeldrunScreens(*registry, device.path(), out);
     return failures == 0 ? 0 : 1;
 }

@@ -9,15 +9,19 @@
 #include "library/ProgramList.h"
 #include "library/ProgramListDialog.h"
 #include "library/ProgramStateStore.h"
+#include "platform/InstanceChannel.h"
 #include "platform/MessageBox.h"
 
 #include <QAbstractButton>
 #include <QApplication>
 #include <QKeyEvent>
 #include <QLabel>
+#include <QLocalSocket>
 #include <QMessageBox>
 #include <QTimer>
 #include <QTreeWidget>
+#include <csignal>
+#include <sys/socket.h>
 
 namespace talvo::test {
 namespace {
@@ -324,6 +328,25 @@ TEST_F(ProgramListTest, FeldrunStartsBesideThePlayerOrSaysWhy)
     EXPECT_TRUE(pump([&] { return QFile::exists(mark); }));
     EXPECT_EQ(device_.messages().size(), 1);
     EXPECT_FALSE(LaunchFeldrun(QString(), nullptr));
+    EXPECT_EQ(device_.messages().size(), 2);
+
+    // The Feldrun the build puts beside the player opens its window, which
+    // listens for a second start under its own name.
+    device_.UsePrivateRuntime();
+    ASSERT_TRUE(LaunchFeldrun(QStringLiteral(TALVO_BUILD_DIR "/bin/"), nullptr));
+    QLocalSocket window;
+    ASSERT_TRUE(pump([&] {
+        window.connectToServer(InstanceSocketPath(QStringLiteral("FeldrunWindow")));
+        return window.waitForConnected(100);
+    }));
+    // Closed again by its process id, which its end of the socket tells.
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    ASSERT_EQ(
+        ::getsockopt(static_cast<int>(window.socketDescriptor()), SOL_SOCKET, SO_PEERCRED, &peer, &size), 0);
+    ASSERT_GT(peer.pid, 0);
+    EXPECT_EQ(::kill(peer.pid, SIGTERM), 0);
+    EXPECT_TRUE(pump([&] { return ::kill(peer.pid, 0) != 0; }));
     EXPECT_EQ(device_.messages().size(), 2);
 }
 
