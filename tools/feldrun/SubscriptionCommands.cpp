@@ -114,30 +114,48 @@ std::optional<std::uint32_t> KeepCount(const std::string& text)
     return n;
 }
 
-// Reads options and operands; a help request or a wrong option ends the
-// command with its status.
-std::optional<int> ReadCommandLine(const char* command, const std::vector<std::string>& args,
-                                   const char* usage, CommandLine& line)
+// What each command takes: its name in messages, its help, and how many
+// operands, named for a message when the count is wrong.
+struct CommandForm {
+    const char* name;
+    const char* usage;
+    std::size_t operands;
+    const char* operandsWanted;
+};
+const CommandForm kSubscribeForm{"subscribe", kSubscribeUsage, 1, "give one feed URL"};
+const CommandForm kUnsubscribeForm{"unsubscribe", kUnsubscribeUsage, 1,
+                                   "give one subscription's URL or title"};
+const CommandForm kListForm{"list", kListUsage, 0, "list takes no arguments"};
+const CommandForm kKeepForm{"keep", kKeepUsage, 2, "give a subscription's URL or title and a number"};
+const CommandForm kOpmlForm{"opml", kOpmlUsage, 2, "give import FILE or export FILE"};
+
+// Reads options and operands; a help request or a wrong command line ends
+// the command with its status.
+std::optional<int> ReadCommandLine(const CommandForm& form, const std::vector<std::string>& args,
+                                   CommandLine& line)
 {
     for (std::size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
         if (a == "-h" || a == "--help") {
-            std::fputs(usage, stdout);
+            std::fputs(form.usage, stdout);
             return kExitDone;
         }
-        if (a == "--keep" && usage == kSubscribeUsage) {
+        if (a == "--keep" && &form == &kSubscribeForm) {
             line.keep = i + 1 < args.size() ? KeepCount(args[++i]) : std::nullopt;
             if (!line.keep)
-                return UsageError(command, QStringLiteral("--keep takes a number from 1 to %1").arg(kMaxKeep),
-                                  usage);
-        } else if (a == "--no-update" && usage == kSubscribeUsage)
+                return UsageError(form.name,
+                                  QStringLiteral("--keep takes a number from 1 to %1").arg(kMaxKeep),
+                                  form.usage);
+        } else if (a == "--no-update" && &form == &kSubscribeForm)
             line.noUpdate = true;
         else if (a.size() > 1 && a[0] == '-')
-            return UsageError(command, QStringLiteral("unknown option %1").arg(QString::fromStdString(a)),
-                              usage);
+            return UsageError(form.name, QStringLiteral("unknown option %1").arg(QString::fromStdString(a)),
+                              form.usage);
         else
             line.operands.push_back(a);
     }
+    if (line.operands.size() != form.operands)
+        return UsageError(form.name, QString::fromLatin1(form.operandsWanted), form.usage);
     return std::nullopt;
 }
 
@@ -325,8 +343,7 @@ bool ImportOpmlFile(SubscriptionStore& store, const QString& path, std::vector<O
         }
         Subscription s;
         s.url = o.url;
-        // An export of a subscription not fetched yet names it by its URL.
-        s.title = o.title == o.url.toString() ? QString() : o.title;
+        s.title = o.title;
         if (!store.Save(s)) {
             error = store.error();
             return false;
@@ -364,14 +381,12 @@ std::unique_ptr<talvo::Registry> OpenSettingsStore(const char* command)
 int RunSubscribeCommand(const std::vector<std::string>& args, const std::string& playerPath)
 {
     CommandLine line;
-    if (const auto status = ReadCommandLine("subscribe", args, kSubscribeUsage, line))
+    if (const auto status = ReadCommandLine(kSubscribeForm, args, line))
         return *status;
-    if (line.operands.size() != 1)
-        return UsageError("subscribe", QStringLiteral("give one feed URL"), kSubscribeUsage);
     QString error;
     const std::optional<QUrl> url = FeedUrl(Argument(line.operands[0]), error);
     if (!url)
-        return UsageError("subscribe", error, kSubscribeUsage);
+        return UsageError(kSubscribeForm.name, error, kSubscribeForm.usage);
     const auto registry = OpenSettingsStore("subscribe");
     if (!registry)
         return kExitFailed;
@@ -386,11 +401,8 @@ int RunSubscribeCommand(const std::vector<std::string>& args, const std::string&
 int RunUnsubscribeCommand(const std::vector<std::string>& args, const std::string&)
 {
     CommandLine line;
-    if (const auto status = ReadCommandLine("unsubscribe", args, kUnsubscribeUsage, line))
+    if (const auto status = ReadCommandLine(kUnsubscribeForm, args, line))
         return *status;
-    if (line.operands.size() != 1)
-        return UsageError("unsubscribe", QStringLiteral("give one subscription's URL or title"),
-                          kUnsubscribeUsage);
     const auto registry = OpenSettingsStore("unsubscribe");
     if (!registry)
         return kExitFailed;
@@ -413,10 +425,8 @@ int RunUnsubscribeCommand(const std::vector<std::string>& args, const std::strin
 int RunListCommand(const std::vector<std::string>& args, const std::string&)
 {
     CommandLine line;
-    if (const auto status = ReadCommandLine("list", args, kListUsage, line))
+    if (const auto status = ReadCommandLine(kListForm, args, line))
         return *status;
-    if (!line.operands.empty())
-        return UsageError("list", QStringLiteral("list takes no arguments"), kListUsage);
     const auto registry = OpenSettingsStore("list");
     if (!registry)
         return kExitFailed;
@@ -441,15 +451,13 @@ int RunListCommand(const std::vector<std::string>& args, const std::string&)
 int RunKeepCommand(const std::vector<std::string>& args, const std::string&)
 {
     CommandLine line;
-    if (const auto status = ReadCommandLine("keep", args, kKeepUsage, line))
+    if (const auto status = ReadCommandLine(kKeepForm, args, line))
         return *status;
-    if (line.operands.size() != 2)
-        return UsageError("keep", QStringLiteral("give a subscription's URL or title and a number"),
-                          kKeepUsage);
     const std::optional<std::uint32_t> keep = KeepCount(line.operands[1]);
     if (!keep)
-        return UsageError("keep", QStringLiteral("keep a number of episodes from 1 to %1").arg(kMaxKeep),
-                          kKeepUsage);
+        return UsageError(kKeepForm.name,
+                          QStringLiteral("keep a number of episodes from 1 to %1").arg(kMaxKeep),
+                          kKeepForm.usage);
     const auto registry = OpenSettingsStore("keep");
     if (!registry)
         return kExitFailed;
@@ -469,12 +477,11 @@ int RunKeepCommand(const std::vector<std::string>& args, const std::string&)
 int RunOpmlCommand(const std::vector<std::string>& args, const std::string&)
 {
     CommandLine line;
-    if (const auto status = ReadCommandLine("opml", args, kOpmlUsage, line))
+    if (const auto status = ReadCommandLine(kOpmlForm, args, line))
         return *status;
-    const bool import = line.operands.size() == 2 && line.operands[0] == "import";
-    const bool exporting = line.operands.size() == 2 && line.operands[0] == "export";
-    if (!import && !exporting)
-        return UsageError("opml", QStringLiteral("give import FILE or export FILE"), kOpmlUsage);
+    const bool import = line.operands[0] == "import";
+    if (!import && line.operands[0] != "export")
+        return UsageError(kOpmlForm.name, QString::fromLatin1(kOpmlForm.operandsWanted), kOpmlForm.usage);
     const auto registry = OpenSettingsStore(import ? "opml import" : "opml export");
     if (!registry)
         return kExitFailed;

@@ -1,31 +1,21 @@
 // The subscription commands through the real `feldrun`, on a store of the
 // test's own: what each prints and exits with, what it keeps, and what it
 // leaves alone (the listener's programs and their places).
+#include "FeldrunProcess.h"
 #include "feldrun/Opml.h"
 #include "feldrun/SubscriptionStore.h"
 #include "library/ProgramRecordLayout.h"
 #include "tests/support/TestDevice.h"
 #include "zqx/zqxwriter.h"
 
-#include <QProcess>
 #include <gtest/gtest.h>
 
 namespace talvo::test {
 namespace {
 
-const QString kFeldrun = QStringLiteral(FELDRUN_PATH);
-
 class FeldrunSubscriptions : public ::testing::Test {
 protected:
-    int feldrun(const QStringList& arguments)
-    {
-        QProcess process;
-        process.setProcessChannelMode(QProcess::MergedChannels);
-        process.start(kFeldrun, arguments);
-        process.waitForFinished(30000);
-        output_ = QString::fromLocal8Bit(process.readAll());
-        return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    }
+    int feldrun(const QStringList& arguments) { return RunFeldrun(arguments, output_); }
 
     std::vector<feldrun::Subscription> stored()
     {

@@ -2,10 +2,10 @@
 // and the calls they make to the user's service manager.  The machines tests
 // run on have no user systemd, so a recording `systemctl` comes first on PATH;
 // it answers as a missing user manager does when the test asks it to.
+#include "FeldrunProcess.h"
 #include "feldrun/UpdateTimer.h"
 #include "tests/support/TestDevice.h"
 
-#include <QProcess>
 #include <gtest/gtest.h>
 
 namespace talvo::test {
@@ -31,15 +31,7 @@ protected:
         device_.set("PATH", device_.path("bin") + ":" + qEnvironmentVariable("PATH"));
     }
 
-    int feldrun(const QStringList& arguments)
-    {
-        QProcess process;
-        process.setProcessChannelMode(QProcess::MergedChannels);
-        process.start(kFeldrun, arguments);
-        process.waitForFinished(30000);
-        output_ = QString::fromLocal8Bit(process.readAll());
-        return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    }
+    int feldrun(const QStringList& arguments) { return RunFeldrun(arguments, output_); }
 
     QStringList calls() const
     {
