@@ -29,6 +29,7 @@ targets_table=(
   "syncdata  syncdata_fuzz       input_fuzz_seeds    syncdata  4096"
   "regfile   regfile_fuzz        input_fuzz_seeds    regfile   16384"
   "remote    remote_fuzz         input_fuzz_seeds    remote    64"
+  "feed      feed_fuzz           feed_fuzz_seeds     -         65536"
 )
 all_targets=$(printf '%s\n' "${targets_table[@]}" | awk '{print $1}' | xargs)
 

@@ -53,7 +53,9 @@ bool ParseOpml(const QByteArray& bytes, std::vector<OpmlOutline>& outlines, QStr
         if (seen.contains(key))
             continue;
         seen.insert(key);
-        outlines.push_back({feed, OutlineTitle(attributes)});
+        // Apps name an untitled feed by its URL, as WriteOpml does: no title.
+        const QString title = OutlineTitle(attributes);
+        outlines.push_back({feed, title == url || title == feed.toString() ? QString() : title});
     }
     if (xml.hasError()) {
         error = root ? QStringLiteral("not an OPML file: %1 at line %2")

@@ -224,6 +224,7 @@ TEST(Opml, ReadsOutlinesAtAnyDepthAndWritesWhatItReads)
 
     outlines.push_back({QUrl(QString::fromUtf8("https://example.org/caf\xC3\xA9?a=1&b=<2>")),
                         QString::fromUtf8("Caf\xC3\xA9 \"quoted\" <tags>")});
+    outlines.push_back({QUrl("https://untitled.example/feed"), QString()});
     const QByteArray written = WriteOpml(outlines, "feldrun subscriptions");
     EXPECT_NE(written.indexOf("<opml version=\"2.0\">"), -1);
     std::vector<OpmlOutline> back;
