@@ -6,6 +6,7 @@
 #include "feldrun/window/BackgroundWork.h"
 #include "feldrun/window/PictureCache.h"
 #include "feldrun/window/SubscribeDialog.h"
+#include "tests/integration/feldrun/FeedServer.h"
 #include "tests/support/TestDevice.h"
 
 #include <QAccessible>
@@ -291,6 +292,46 @@ TEST_F(FeldrunWindowTest, APictureIsFetchedOnceAndKeptSmallForTheNextRun)
     EXPECT_TRUE(nextRun.Picture(brokenUrl).isNull());
     QTest::qWait(300);
     EXPECT_FALSE(QFile::exists(nextRun.CachedPath(brokenUrl)));
+}
+
+// The whole way through, against a real feed server: subscribed from the
+// window, the feed's title and picture arrive, the episode is downloaded with
+// a progress bar and ends Ready in the Music folder.
+TEST_F(FeldrunWindowTest, ASubscriptionMadeInTheWindowComesInWhole)
+{
+    feldrun::test::FeedServer server;
+    ASSERT_TRUE(server.running());
+    QFile book(QStringLiteral(TALVO_BUILD_DIR "/book-fixtures/book.mp3"));
+    QFile cover(QStringLiteral(TALVO_BUILD_DIR "/book-fixtures/cover.png"));
+    ASSERT_TRUE(book.open(QIODevice::ReadOnly) && cover.open(QIODevice::ReadOnly));
+    server.put("/ep/book.mp3", book.readAll());
+    server.put("/cover.png", cover.readAll());
+    server.put("/feed.xml",
+               QStringLiteral("<?xml version=\"1.0\"?><rss version=\"2.0\" "
+                              "xmlns:itunes=\"http://www.itunes.com/dtds/podcast-1.0.dtd\"><channel>"
+                              "<title>Evening Talk</title><itunes:image href=\"%1\"/><item>"
+                              "<title>First talk</title><guid>t1</guid><enclosure url=\"%2\" "
+                              "type=\"audio/mpeg\"/></item></channel></rss>")
+                   .arg(server.url("/cover.png").toString(), server.url("/ep/book.mp3").toString())
+                   .toUtf8());
+    bool barSeen = false;
+    QObject::connect(&work_->Updater(), &feldrun::FeedUpdater::episodeProgress, &*window_,
+                     [&] { barSeen = barSeen || window_->EpisodeList()->findChild<QProgressBar*>(); });
+
+    window_->Subscribe(server.url("/feed.xml"));
+    ASSERT_FALSE(window_->UpdateButton()->isEnabled());
+    ASSERT_TRUE(pump([&] { return window_->UpdateButton()->isEnabled(); }, 120000));
+    const int row = window_->SubscriptionList()->currentRow();
+    EXPECT_EQ(window_->SubscriptionList()->item(row)->text(), "Evening Talk (1 new)");
+    ASSERT_EQ(window_->EpisodeList()->topLevelItemCount(), 1);
+    EXPECT_EQ(episodeRow(0)->text(2), "Ready");
+    EXPECT_EQ(progressBar(0), nullptr);
+    EXPECT_TRUE(barSeen);
+    const QString program = store_->Find("Evening Talk")->episodes.front().programPath;
+    EXPECT_TRUE(program.startsWith(device_.path("music/")) && QFile::exists(program))
+        << program.toStdString();
+    EXPECT_TRUE(
+        pump([&] { return QFile::exists(pictures_->CachedPath(store_->Find("Evening Talk")->imageUrl)); }));
 }
 
 TEST_F(FeldrunWindowTest, EveryControlHasANameAndRoleAndListsReadTheirRows)
