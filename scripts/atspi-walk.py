@@ -1,8 +1,9 @@
 #!/usr/bin/python3
 """Starts the player on a private device and walks what a screen reader sees
 through AT-SPI: the main window, then each screen the keys open (help, the
-program list, the add-bookmark dialog, the welcome of a first run).  Every
-control must have a role and a name.  Run by scripts/check-accessibility.sh,
+program list, the add-bookmark dialog, the welcome of a first run); then the
+feldrun window and its subscribe dialog.  Every control must have a role and
+a name.  Run by scripts/check-accessibility.sh,
 which provides the X server and the session bus.
 
     atspi-walk.py BUILD-FOLDER
@@ -110,6 +111,36 @@ def closed(app, title, timeout=5):
     return False
 
 
+def walk_feldrun(build, env):
+    """The feldrun window with one subscription, and its subscribe dialog."""
+    feldrun = os.path.join(build, "bin", "feldrun")
+    feed = "https://example.org/evening.xml"
+    subprocess.run([feldrun, "subscribe", "--no-update", feed], env=env, check=True, stdout=subprocess.DEVNULL)
+    window = subprocess.Popen([feldrun], env=env)
+    failures = []
+    try:
+        app = find_app("feldrun")
+        if app is None:
+            return ["the feldrun window never appeared on the accessibility bus"]
+        problems, seen = check(app, "feldrun")
+        failures += problems
+        for expected in ("push button: 'Update now'", "push button: 'Import books'", f"list item: '{feed}'"):
+            if not any(expected in line for line in seen):
+                failures.append(f"feldrun: {expected} is not seen")
+        press(app, "push button", "Subscribe")
+        problems, seen = check(app, "Subscribe")
+        failures += problems
+        if not any("text: 'Feed address'" in line for line in seen):
+            failures.append("the subscribe dialog's address is not seen")
+        press(app, "push button", "Cancel")
+        if not closed(app, "Subscribe"):
+            failures.append("Cancel did not close the subscribe dialog")
+    finally:
+        window.terminate()
+        window.wait(20)
+    return failures
+
+
 def main():
     build = os.path.abspath(sys.argv[1])
     pyatspi.setTimeout(2000, 15000)
@@ -155,6 +186,7 @@ def main():
     finally:
         player.terminate()
         player.wait(20)
+    failures += walk_feldrun(build, env)
     print("accessibility:", "ok" if not failures else f"{len(failures)} problems")
     return 0 if not failures else 1
 

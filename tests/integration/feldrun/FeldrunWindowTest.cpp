@@ -247,11 +247,16 @@ TEST_F(FeldrunWindowTest, SubscribeAndUnsubscribeFromTheKeyboardAlone)
     EXPECT_EQ(subscriptions->currentItem()->text(), "https://127.0.0.1:9/evening");
     ASSERT_TRUE(pump([&] { return window_->UpdateButton()->isEnabled(); }, 60000));
 
-    // Delete asks first; its answer is No unless the listener says Yes.
-    // The offscreen platform gives the window back its activation only when asked.
+    // Enter on a subscription updates it.  (The offscreen platform gives the
+    // window back its activation only when asked.)
     window_->activateWindow();
     ASSERT_TRUE(QTest::qWaitForWindowActive(&*window_));
     subscriptions->setFocus();
+    QTest::keyClick(subscriptions, Qt::Key_Return);
+    EXPECT_TRUE(work_->Updating());
+    ASSERT_TRUE(pump([&] { return window_->UpdateButton()->isEnabled(); }, 60000));
+
+    // Delete asks first; its answer is No unless the listener says Yes.
     subscriptions->setCurrentRow(0);
     answerNextModal([](QWidget*) { QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return); });
     QTest::keyClick(subscriptions, Qt::Key_Delete);

@@ -18,6 +18,7 @@
 #include <QLabel>
 #include <QLocalSocket>
 #include <QMessageBox>
+#include <QProcess>
 #include <QTimer>
 #include <QTreeWidget>
 #include <csignal>
@@ -339,6 +340,11 @@ TEST_F(ProgramListTest, FeldrunStartsBesideThePlayerOrSaysWhy)
         window.connectToServer(InstanceSocketPath(QStringLiteral("FeldrunWindow")));
         return window.waitForConnected(100);
     }));
+    // A second start brings that window forward and ends.
+    QProcess second;
+    second.start(QStringLiteral(TALVO_BUILD_DIR "/bin/feldrun"), {});
+    ASSERT_TRUE(second.waitForFinished(20000));
+    EXPECT_EQ(second.exitCode(), 0);
     // Closed again by its process id, which its end of the socket tells.
     ucred peer{};
     socklen_t size = sizeof peer;
