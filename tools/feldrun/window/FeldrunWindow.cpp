@@ -183,10 +183,17 @@ void FeldrunWindow::BuildControls()
     subscriptionList_->setFocus();
 
     connect(subscriptionList_, &QListWidget::currentRowChanged, this, &FeldrunWindow::ShowEpisodes);
-    // Enter (or a double click) on a subscription updates it alone.
-    connect(subscriptionList_, &QListWidget::activated, this, [this](const QModelIndex& index) {
-        UpdateSubscription(subscriptions_[static_cast<std::size_t>(index.row())].url.toString());
-    });
+    // Enter (or a double click) on a subscription updates it alone; not the
+    // view's "activated", which desktops set to single-click would send on
+    // every choice of a row.
+    const auto updateChosen = [this] {
+        if (const int row = subscriptionList_->currentRow(); row >= 0)
+            UpdateSubscription(subscriptions_[static_cast<std::size_t>(row)].url.toString());
+    };
+    for (const int key : {Qt::Key_Return, Qt::Key_Enter})
+        connect(new QShortcut(QKeySequence(key), subscriptionList_, nullptr, nullptr, Qt::WidgetShortcut),
+                &QShortcut::activated, this, updateChosen);
+    connect(subscriptionList_, &QListWidget::itemDoubleClicked, this, updateChosen);
     auto* unsubscribe =
         new QShortcut(QKeySequence::Delete, subscriptionList_, nullptr, nullptr, Qt::WidgetShortcut);
     connect(unsubscribe, &QShortcut::activated, this,
