@@ -26,6 +26,7 @@ struct EpisodeRecord {
     QString programPath; // the packed program, once Ready or Listened
     QString programId;   // the id its positions are stored under
     QString error;       // why it Failed
+    bool operator==(const EpisodeRecord&) const = default;
 };
 
 // The newest episodes a subscription keeps when nobody says otherwise, and
@@ -45,6 +46,7 @@ struct Subscription {
     // The store's name for it, set by Load and Find; Save keeps writing there
     // when url changes.  Empty for a subscription not saved yet.
     QString storeKey;
+    bool operator==(const Subscription&) const = default;
 };
 
 class SubscriptionStore {
