@@ -156,6 +156,9 @@ TEST_F(FeldrunWindowTest, WhatTheWorkerReportsLandsOnItsRowAndTheProgressBarCome
     EXPECT_EQ(episodeRow(1)->text(2), "Failed: 404 Not Found");
     report([&](auto& u) { emit u.subscriptionFailed(news, "not a feed: an HTML page"); });
     EXPECT_EQ(subscriptions->item(0)->text(), "Morning News (2 new), not updated: not a feed: an HTML page");
+    // A failure of no one subscription (the store could not be read) is told all the same.
+    report([&](auto& u) { emit u.subscriptionFailed({}, "the store is damaged"); });
+    EXPECT_EQ(window_->StatusLine()->text(), "Nothing was updated: the store is damaged");
 }
 
 TEST_F(FeldrunWindowTest, UpdateNowWhileAnUpdateRunsDoesNothing)

@@ -25,6 +25,7 @@
 #include <QVBoxLayout>
 
 #include <algorithm>
+#include <optional>
 
 namespace feldrun {
 namespace {
@@ -339,9 +340,19 @@ void FeldrunWindow::ShowPicture(const QUrl& url)
 void FeldrunWindow::TakeSubscriptionUpdate(const QUrl& subscription)
 {
     failures_.remove(subscription);
-    // A new subscription's title and episodes, or a moved feed's new
-    // address: the store has the whole of it.
-    ReloadSubscriptions();
+    // The store has the whole of it: a new subscription's title and
+    // episodes, or a moved feed under its new address (which the list does
+    // not know yet, so it is read again whole).
+    const int row = RowOf(subscription);
+    std::optional<Subscription> fresh = row >= 0 ? store_.Find(subscription.toString()) : std::nullopt;
+    if (!fresh || fresh->url != subscription) {
+        ReloadSubscriptions();
+        return;
+    }
+    subscriptions_[static_cast<std::size_t>(row)] = std::move(*fresh);
+    ShowRow(row);
+    if (row == subscriptionList_->currentRow())
+        ShowEpisodes();
 }
 
 void FeldrunWindow::TakeEpisodeState(const QUrl& subscription, const QString& guid, EpisodeState state,
@@ -378,13 +389,19 @@ void FeldrunWindow::TakeEpisodeProgress(const QUrl& subscription, const QString&
 
 void FeldrunWindow::TakeSubscriptionFailure(const QUrl& subscription, const QString& error)
 {
+    if (subscription.isEmpty()) {
+        // Not one subscription's failure: the store could not be read.
+        Say(tr("Nothing was updated: %1").arg(error));
+        return;
+    }
+    // Kept for a subscription the list shows after its next reading too
+    // (one made by `feldrun subscribe` while the window is open).
     failures_.insert(subscription, error);
     const int row = RowOf(subscription);
-    if (row >= 0) {
-        ShowRow(row);
-        Say(tr("%1 was not updated: %2")
-                .arg(DisplayTitle(subscriptions_[static_cast<std::size_t>(row)]), error));
-    }
+    if (row < 0)
+        return;
+    ShowRow(row);
+    Say(tr("%1 was not updated: %2").arg(DisplayTitle(subscriptions_[static_cast<std::size_t>(row)]), error));
 }
 
 void FeldrunWindow::UpdateNow()
