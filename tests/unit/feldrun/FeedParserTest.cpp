@@ -5,8 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-
 using namespace feldrun;
 
 namespace {
@@ -180,22 +178,17 @@ TEST(FeedParse, RepeatedGuidsKeepTheFirstAndSaySo)
     EXPECT_NE(feed.warnings[0].indexOf("2 item(s) repeat"), -1) << feed.warnings[0].toStdString();
 }
 
-TEST(FeedParse, TenThousandItemsInWellUnderASecond)
+// How fast is bench/feed_parse_bench's; here, that every item of a large feed is read.
+TEST(FeedParse, TenThousandItems)
 {
     QByteArray items;
     for (int i = 0; i < 10000; ++i)
-        items += Item(
-            "guid-" + QByteArray::number(i), "https://a.example/" + QByteArray::number(i) + ".mp3",
-            "<pubDate>Sat, 1 Jan 2000 00:00:00 GMT</pubDate><description>&lt;p&gt;x&lt;/p&gt;</description>");
-    const auto start = std::chrono::steady_clock::now();
-    const Feed feed = Parsed(Rss(items));
-    const auto ms =
-        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start)
-            .count();
+        items += Item("guid-" + QByteArray::number(i), "https://a.example/" + QByteArray::number(i) + ".mp3",
+                      "<pubDate>Sat, 1 Jan 2000 00:00:00 GMT</pubDate>");
+    const Feed feed = Parsed(Rss(items + Item("guid-5000", "https://a.example/again.mp3")));
     ASSERT_EQ(feed.episodes.size(), 10000u);
     EXPECT_EQ(feed.episodes.back().guid, "guid-9999");
-    // Not a benchmark: a quadratic GUID check takes minutes here, not a second.
-    EXPECT_LT(ms, 5000);
+    EXPECT_EQ(feed.warnings.size(), 1u);
 }
 
 TEST(FeedParse, BadInputGetsAMessageNamingWhatItIs)
