@@ -6,6 +6,7 @@
 #include "Opml.h"
 
 #include "library/ProgramStateStore.h"
+#include "platform/RegistryRecovery.h"
 #include "playback/ProgramFile.h"
 #include "tests/support/TestDevice.h"
 #include "zqx/zqxwriter.h"
@@ -181,6 +182,27 @@ TEST_F(FeldrunStore, DamagedAndWronglyTypedValuesAreSkippedTheRestKept)
     EXPECT_EQ(s.episodes[0].programPath, daily.episodes[0].programPath);
     EXPECT_EQ(s.episodes[1].guid, "guid-2");
     EXPECT_EQ(s.episodes[1].error, "404 Not Found");
+}
+
+TEST_F(FeldrunStore, ADamagedStoreRecoveredBringsTheSubscriptionsBack)
+{
+    ASSERT_TRUE(store().Save(Daily()));
+    store_.reset();
+    registry.reset();
+    const std::string path = device.registryPath().toStdString();
+    ASSERT_EQ(SaveLastGoodCopy(path, std::nullopt), ERROR_SUCCESS);
+    QFile file(device.registryPath());
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(QByteArray(8192, 'Z'));
+    file.close();
+
+    OpenedStore opened = OpenOrRecoverSqliteRegistry(path);
+    ASSERT_NE(opened.registry, nullptr);
+    ASSERT_TRUE(opened.recovery && opened.recovery->restored);
+    std::vector<Subscription> all;
+    ASSERT_TRUE(SubscriptionStore(*opened.registry).Load(all));
+    ASSERT_EQ(all.size(), 1u);
+    EXPECT_TRUE(SameAsSaved(all[0], Daily()));
 }
 
 TEST(Opml, ReadsOutlinesAtAnyDepthAndWritesWhatItReads)
