@@ -5,11 +5,13 @@
 #include "zqxauthor/ProgramPacker.h"
 
 #include "SyncClient.h"
+#include "platform/SystemError.h"
 
 #include <QString>
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <filesystem>
 
 namespace fs = std::filesystem;
@@ -92,6 +94,10 @@ bool BookImporter::ImportEpisode(const EpisodeInput& episode, ImportResult& resu
         return false;
     if (episode.chapters)
         file.chapters = *episode.chapters;
+    // A file without chapters is one section, named by its title tag or else
+    // its file name, which for a download is no name at all.
+    if (zqxauthor::FindTag(file.tags, {"title"}).empty())
+        file.tags.push_back({"title", episode.fields.title});
     zqxauthor::BookPlan plan;
     PlanEpisode(episode, file, result, plan);
     return Finish(plan, result, progress);
@@ -207,10 +213,17 @@ bool BookImporter::Write(const zqxauthor::BookPlan& plan, ImportResult& result, 
     request.description = plan.fields.description;
     request.output = result.programPath;
     zqxauthor::ProgramPacker packer;
+    errno = 0;
     const bool ok = packer.Pack(request, progress);
+    // The program file's writer says only that writing failed; a full disk
+    // is the one cause a listener can do something about, and only a write
+    // leaves ENOSPC behind.
+    const int cause = errno;
     result.warnings.insert(result.warnings.end(), packer.Warnings().begin(), packer.Warnings().end());
     if (!ok) {
         removeMade();
+        if (cause == ENOSPC || cause == EDQUOT)
+            return Fail(packer.Error() + ": " + talvo::SystemErrorFromErrno(cause).text.toStdString());
         return Fail(packer.Error());
     }
     return true;

@@ -3,12 +3,15 @@
 // of each program the import makes, and a book imported again while it plays
 // keeps its place and plays on from there.  What the player holds is read
 // from its registry: the positions it keeps for each program.
+#include "FeedServer.h"
+#include "SubscriptionStore.h"
 #include "library/ProgramStateStore.h"
 #include "platform/InstanceChannel.h"
 #include "platform/Registry.h"
 #include "playback/ProgramFile.h"
 #include "settings/SettingsStore.h"
 #include "tests/support/TestDevice.h"
+#include "zqx/TalvoMetadata.h"
 
 #include <QElapsedTimer>
 #include <QProcess>
@@ -40,11 +43,13 @@ protected:
         player_.waitForFinished(20000);
     }
 
-    int import(const QString& book)
+    int import(const QString& book) { return feldrun({"import", "-q", book}); }
+
+    int feldrun(const QStringList& args)
     {
         QProcess feldrun;
         feldrun.setProcessChannelMode(QProcess::MergedChannels);
-        feldrun.start(kBin + "feldrun", {"import", "-q", book});
+        feldrun.start(kBin + "feldrun", args);
         feldrun.waitForFinished(120000);
         log_ = feldrun.readAll().toStdString();
         return feldrun.exitStatus() == QProcess::NormalExit ? feldrun.exitCode() : -1;
@@ -149,6 +154,91 @@ TEST_F(FeldrunWithPlayer, TheRunningPlayerListsNewProgramsAndABookImportedAgainK
     handOver(longBook);
     EXPECT_GE(playedTo(longBook, reimportedAt + 2000), reimportedAt + 2000)
         << "the program imported again did not play on from " << reimportedAt << " ms";
+    EXPECT_EQ(player_.state(), QProcess::Running);
+    EXPECT_TRUE(device_.messages().isEmpty()) << device_.messages().join('\n').toStdString();
+}
+
+// A daily programme's feed with one episode more each day, served on
+// 127.0.0.1; the episodes are the long book, so each plays a while.
+void PutDailyFeed(const feldrun::test::FeedServer& server, int days)
+{
+    QString items;
+    for (int day = 1; day <= days; ++day)
+        items +=
+            QStringLiteral("<item><title>Day %1</title><guid>day-%1</guid><pubDate>0%1 Nov 2026 06:00:00 "
+                           "GMT</pubDate><enclosure url=\"%2\" type=\"audio/mp4\"/></item>")
+                .arg(day)
+                .arg(server.url("/long.m4b").toString());
+    server.put(QStringLiteral("/daily.xml"),
+               ("<rss version=\"2.0\"><channel><title>Daily</title>" + items + "</channel></rss>").toUtf8());
+}
+
+TEST_F(FeldrunWithPlayer, EpisodesComeInToTheRunningPlayerAndOldOnesLeaveItButNeverTheOneItHasOpen)
+{
+    feldrun::test::FeedServer server;
+    ASSERT_TRUE(server.running());
+    QFile book(kBooks + "long.m4b");
+    ASSERT_TRUE(book.open(QIODevice::ReadOnly));
+    server.put(QStringLiteral("/long.m4b"), book.readAll());
+    PutDailyFeed(server, 2);
+    const auto episode = [&](int day) {
+        return device_.path(QStringLiteral("music/Daily/2026-11-0%1 Day %1/2026-11-0%1 Day %1.zqx").arg(day));
+    };
+    const auto current = [&] {
+        return SettingsStore(*OpenSqliteRegistry(device_.registryPath().toStdString())).GetLastProgram();
+    };
+    const auto keep = [&](std::uint32_t n) {
+        auto registry = OpenSqliteRegistry(device_.registryPath().toStdString());
+        feldrun::SubscriptionStore store(*registry);
+        auto daily = store.Find(QStringLiteral("Daily"));
+        ASSERT_TRUE(daily);
+        daily->keep = n;
+        ASSERT_TRUE(store.Save(*daily));
+    };
+
+    ASSERT_EQ(feldrun({"subscribe", "--keep", "2", server.url("/daily.xml").toString()}), 0) << log_;
+    CTalvoMetadata meta; // an untitled file's one section is named by the episode
+    ASSERT_EQ(meta.OpenZQXFile(episode(1).toStdU16String()), ZQX_OK);
+    EXPECT_EQ(meta.GetSectionTitle(0), u"Day 1");
+    // The player records a program as its current one ("Last Program") when it
+    // opens one it has a place stored for; the listener has heard day 1 before.
+    SettingsStore(*OpenSqliteRegistry(device_.registryPath().toStdString())).SetLastProgram(episode(1));
+    startPlayer(episode(1));
+    ASSERT_GE(playedTo(episode(1), 2000), 2000u) << "the first episode never played";
+
+    // A new day: the running player is told, and opens it.  Day 1 is beyond
+    // the two kept, but still the player's current program: it stays.
+    PutDailyFeed(server, 3);
+    ASSERT_EQ(feldrun({"update"}), 0) << log_;
+    EXPECT_EQ(log_.find("not told"), std::string::npos) << log_;
+    EXPECT_TRUE(QFile::exists(episode(1)));
+    handOver(episode(2));
+    EXPECT_TRUE(waitFor([&] { return storedPosition(episode(3)).has_value(); }))
+        << "the running player never opened the new episode";
+
+    // Once the listener has moved on, the next update takes day 1 out of the
+    // player and off the device.
+    handOver(episode(3));
+    ASSERT_TRUE(waitFor([&] { return current() == episode(3); })) << current().toStdString();
+    ASSERT_EQ(feldrun({"update"}), 0) << log_;
+    EXPECT_FALSE(QFile::exists(episode(1)));
+    EXPECT_FALSE(QDir(QFileInfo(episode(1)).path()).exists());
+
+    // Keeping one while the listener is back on day 2: day 2 stays and plays on.
+    handOver(episode(2));
+    ASSERT_TRUE(waitFor([&] { return current() == episode(2); })) << current().toStdString();
+    const std::uint32_t heard = playedTo(episode(2), 1000);
+    keep(1);
+    ASSERT_EQ(feldrun({"update"}), 0) << log_;
+    EXPECT_TRUE(QFile::exists(episode(2)));
+    EXPECT_GE(playedTo(episode(2), heard + 2000), heard + 2000) << "day 2 stopped playing";
+
+    // Moved on to day 3, the next update removes day 2.
+    handOver(episode(3));
+    ASSERT_TRUE(waitFor([&] { return current() == episode(3); }));
+    ASSERT_EQ(feldrun({"update"}), 0) << log_;
+    EXPECT_FALSE(QFile::exists(episode(2)));
+    EXPECT_TRUE(QFile::exists(episode(3)));
     EXPECT_EQ(player_.state(), QProcess::Running);
     EXPECT_TRUE(device_.messages().isEmpty()) << device_.messages().join('\n').toStdString();
 }

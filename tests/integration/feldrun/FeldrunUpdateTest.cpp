@@ -251,5 +251,59 @@ TEST_F(FeldrunUpdate, EachFaultIsToldAndTheOtherEpisodesAndSubscriptionsComeIn)
     EXPECT_TRUE(QDir(device_.path("cache/talvoplayer/feldrun")).entryList(QDir::Files).isEmpty());
 }
 
+// The Music folder alone on a small file system, in a mount namespace of its
+// own (unshare: no privilege needed where user namespaces are allowed), filled
+// but for a few KiB, so packing starts and then finds the disk full.  What the
+// file system holds afterwards is copied out for the test to read.
+constexpr char kSmallMusicScript[] = R"sh(
+music="$1"; seed="$2"; out="$3"; shift 3
+cp -a "$music"/. "$seed"/ && mount -t tmpfs -o size=512k tmpfs "$music" && cp -a "$seed"/. "$music"/ || exit 99
+dd if=/dev/zero of="$music/filler" bs=4k 2>/dev/null
+truncate -s -8K "$music/filler" || exit 99
+"$@"
+status=$?
+cp -a "$music"/. "$out"/
+exit $status
+)sh";
+
+TEST_F(FeldrunUpdate, AFullDiskDuringPackingLeavesTheMusicFolderAsItWas)
+{
+    if (QProcess::execute(QStringLiteral("unshare"), {QStringLiteral("-rm"), QStringLiteral("true")}) != 0)
+        GTEST_SKIP() << "no user and mount namespaces here (unshare -rm)";
+    const QByteArray old(20000, 'o');
+    QDir().mkpath(device_.path("music/Older/Book"));
+    QFile program(device_.path("music/Older/Book/Book.zqx"));
+    ASSERT_TRUE(program.open(QIODevice::WriteOnly) && program.write(old) == old.size());
+    program.close();
+    putFeed(QStringLiteral("/full.xml"), QStringLiteral("Full Disk"),
+            {{"Too big", 1, server_.url("/ep/book.mp3").toString(), {}}});
+    subscribe(QStringLiteral("/full.xml"));
+    for (const char* folder : {"seed", "after"})
+        QDir().mkpath(device_.path(folder));
+
+    QProcess wrapper;
+    wrapper.start(QStringLiteral("unshare"),
+                  {QStringLiteral("-rm"), QStringLiteral("sh"), QStringLiteral("-c"),
+                   QString::fromLatin1(kSmallMusicScript), QStringLiteral("sh"), device_.path("music"),
+                   device_.path("seed"), device_.path("after"),
+                   QStringLiteral(TALVO_BUILD_DIR "/bin/feldrun"), QStringLiteral("update")});
+    ASSERT_TRUE(wrapper.waitForFinished(120000));
+    const QString errors = QString::fromUtf8(wrapper.readAllStandardError());
+    EXPECT_EQ(wrapper.exitCode(), 1) << errors.toStdString();
+    EXPECT_TRUE(errors.contains(QStringLiteral("No space left on device"))) << errors.toStdString();
+
+    // The earlier program whole, the filler, and nothing else: no folder, no temporary file.
+    std::set<QString> after;
+    QDirIterator it(device_.path("after"), QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext())
+        after.insert(it.next().mid(device_.path("after").size() + 1));
+    EXPECT_EQ(after, (std::set<QString>{"Older", "Older/Book", "Older/Book/Book.zqx", "filler"}));
+    EXPECT_EQ(ReadAll(device_.path("after/Older/Book/Book.zqx")), old);
+    const auto stored = subscription(QStringLiteral("Full Disk"));
+    ASSERT_TRUE(stored && !stored->episodes.empty());
+    EXPECT_EQ(stored->episodes[0].state, EpisodeState::Failed);
+}
+
 } // namespace
 } // namespace feldrun::test
