@@ -354,6 +354,21 @@ TEST_F(ProgramListTest, FeldrunStartsBesideThePlayerOrSaysWhy)
     EXPECT_EQ(::kill(peer.pid, SIGTERM), 0);
     EXPECT_TRUE(pump([&] { return ::kill(peer.pid, 0) != 0; }));
     EXPECT_EQ(device_.messages().size(), 2);
+
+    // Two started at once (a double click): one window, the other start ends.
+    QProcess starts[2];
+    for (QProcess& start : starts)
+        start.start(QStringLiteral(TALVO_BUILD_DIR "/bin/feldrun"), {});
+    ASSERT_TRUE(pump([&] {
+        return starts[0].state() == QProcess::NotRunning || starts[1].state() == QProcess::NotRunning;
+    }));
+    QProcess& ended = starts[0].state() == QProcess::NotRunning ? starts[0] : starts[1];
+    QProcess& open = &ended == &starts[0] ? starts[1] : starts[0];
+    EXPECT_EQ(ended.exitCode(), 0);
+    EXPECT_FALSE(open.waitForFinished(1000));
+    open.terminate();
+    EXPECT_TRUE(open.waitForFinished(20000));
+    EXPECT_EQ(device_.messages().size(), 2);
 }
 
 // The details page's size rule, over storage beyond 4 GB, which a 32-bit

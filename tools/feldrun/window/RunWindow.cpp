@@ -10,6 +10,8 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QElapsedTimer>
+#include <QThread>
 
 #include <cstring>
 
@@ -17,11 +19,28 @@ namespace feldrun {
 namespace {
 
 constexpr int kExitFailed = 1;
+constexpr int kConnectTimeoutMs = 100;
+constexpr int kStartingWindowMs = 5000;
 
 int Refuse(const QString& text)
 {
     talvo::ShowMessageBox(nullptr, text, QStringLiteral("Feldrun"), talvo::kErrorBoxStyle);
     return kExitFailed;
+}
+
+// The window that holds the claim; one that has just won it may still be
+// opening its store, so it is given a few moments to listen.
+bool BringRunningWindowForward()
+{
+    QElapsedTimer waited;
+    waited.start();
+    do {
+        talvo::InstanceClient running;
+        if (running.Connect(QLatin1String(kWindowInstanceName), kConnectTimeoutMs))
+            return running.Send(talvo::InstanceRequest::BringToFront, 0, {}).has_value();
+        QThread::msleep(kConnectTimeoutMs);
+    } while (waited.elapsed() < kStartingWindowMs);
+    return false;
 }
 
 } // namespace
@@ -31,13 +50,10 @@ int RunWindow(int& argc, char** argv)
     QApplication app(argc, argv);
     QApplication::setApplicationDisplayName(QStringLiteral("Feldrun"));
     talvo::InstanceClaim claim;
-    if (!claim.TryClaim(QLatin1String(kWindowInstanceName))) {
-        talvo::InstanceClient running;
-        if (running.Connect(QLatin1String(kWindowInstanceName)) &&
-            running.Send(talvo::InstanceRequest::BringToFront, 0, {}))
-            return 0;
-        return Refuse(QStringLiteral("Feldrun is already open, but does not answer."));
-    }
+    if (!claim.TryClaim(QLatin1String(kWindowInstanceName)))
+        return BringRunningWindowForward()
+                   ? 0
+                   : Refuse(QStringLiteral("Feldrun is already open, but does not answer."));
 
     const std::string storePath = talvo::DefaultRegistryPath();
     talvo::RegStatus status = talvo::ERROR_SUCCESS;
