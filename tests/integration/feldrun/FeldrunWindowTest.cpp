@@ -248,6 +248,10 @@ TEST_F(FeldrunWindowTest, SubscribeAndUnsubscribeFromTheKeyboardAlone)
     ASSERT_TRUE(store_->Find("https://127.0.0.1:9/evening"));
     ASSERT_EQ(subscriptions->count(), 3);
     EXPECT_EQ(subscriptions->currentItem()->text(), "https://127.0.0.1:9/evening");
+    // The same feed again, with a trailing slash, is the one already there.
+    window_->Subscribe(QUrl("https://127.0.0.1:9/evening/"));
+    EXPECT_EQ(subscriptions->count(), 3);
+    EXPECT_EQ(window_->StatusLine()->text(), "You are already subscribed to https://127.0.0.1:9/evening.");
     ASSERT_TRUE(pump([&] { return window_->UpdateButton()->isEnabled(); }, 60000));
 
     // Enter on a subscription updates it.  (The offscreen platform gives the

@@ -439,10 +439,11 @@ void FeldrunWindow::TakeUpdateEnd(int failures)
 
 void FeldrunWindow::Subscribe(const QUrl& url)
 {
-    const int known = RowOf(url);
-    if (known >= 0) {
-        subscriptionList_->setCurrentRow(known);
-        Say(tr("You are already subscribed to %1.").arg(url.toDisplayString()));
+    // As the store finds it: "https://example.org/feed/" is the same feed.
+    if (const std::optional<Subscription> known = store_.Find(url.toString())) {
+        ReloadSubscriptions();
+        subscriptionList_->setCurrentRow(RowOf(known->url));
+        Say(tr("You are already subscribed to %1.").arg(DisplayTitle(*known)));
         return;
     }
     Subscription subscription;
