@@ -199,8 +199,19 @@ TEST_F(FeldrunUpdate, EachFaultIsToldAndTheOtherEpisodesAndSubscriptionsComeIn)
              {"Dropped", 4, at("/drop/ep/book.mp3"), {}},
              {"Stalled", 3, at("/stall/ep/book.mp3"), {}},
              {"Too long", 2, at("/long/ep/book.mp3"), {}},
-             {"Not audio", 1, at("/cover.png"), {}}});
-    subscribe(QStringLiteral("/faults.xml"), 6);
+             {"Not audio", 1, at("/cover.png"), {}},
+             // Relative, with a blank and a non-ASCII letter: resolved against the feed and encoded.
+             {"Bücher", 7, "ep/bücher folge.mp3", {}},
+             // The GUID of an earlier item again: the first one stands, this one is never fetched.
+             {"Dropped", 8, at("/404/again.mp3"), {}}});
+    server_.put(QStringLiteral("/ep/bücher folge.mp3"), episode_);
+    subscribe(QStringLiteral("/faults.xml"), 7);
+    // A feed of 10,000 items: the newest comes in, and the store keeps a hundred records, not 10,000.
+    std::vector<Item> many;
+    for (int i = 0; i < 10000; ++i)
+        many.push_back({QStringLiteral("Item %1").arg(i), 1 + i % 28, at("/ep/book.mp3"), {}});
+    putFeed(QStringLiteral("/many.xml"), QStringLiteral("Many"), many);
+    subscribe(QStringLiteral("/many.xml"), 1);
     server_.put(QStringLiteral("/page.html"), "<!DOCTYPE html><html><body>Moved to our app!</body></html>");
     subscribe(QStringLiteral("/page.html"));
     subscribe(QStringLiteral("/loop/a"));
@@ -230,8 +241,14 @@ TEST_F(FeldrunUpdate, EachFaultIsToldAndTheOtherEpisodesAndSubscriptionsComeIn)
                                                        {"Dropped", EpisodeState::Ready},
                                                        {"Stalled", EpisodeState::Ready},
                                                        {"Too long", EpisodeState::Ready},
-                                                       {"Not audio", EpisodeState::Failed}}));
-    EXPECT_FALSE(faults->episodes[0].error.isEmpty());
+                                                       {"Not audio", EpisodeState::Failed},
+                                                       {"Bücher", EpisodeState::Ready}}));
+    EXPECT_FALSE(faults->episodes[1].error.isEmpty());
+    const auto manyStored = subscription(QStringLiteral("Many"));
+    ASSERT_TRUE(manyStored);
+    EXPECT_EQ(manyStored->episodes.size(), 100u);
+    EXPECT_EQ(manyStored->episodes[0].state, EpisodeState::Ready);
+    EXPECT_EQ(manyStored->episodes[0].title, "Item 27");
     // A permanent redirect is remembered; the temporary one of its episode is not kept anywhere.
     EXPECT_FALSE(subscription(server_.url("/moved/new-home.xml").toString()));
     const auto moved = subscription(server_.url("/new-home.xml").toString());
@@ -247,7 +264,10 @@ TEST_F(FeldrunUpdate, EachFaultIsToldAndTheOtherEpisodesAndSubscriptionsComeIn)
             << name;
         EXPECT_NEAR(double(meta.GetLengthMs()), 6000, 100) << name;
     }
-    EXPECT_EQ(music().size(), 10u) << "three episodes and the moved programme's one, each in two folders";
+    EXPECT_TRUE(music().count("Faults/2026-11-07 Bücher/2026-11-07 Bücher.zqx"));
+    EXPECT_EQ(music().size(), 15u)
+        << "four episodes, the moved programme's and the newest of 10,000, each in "
+           "two folders";
     EXPECT_TRUE(QDir(device_.path("cache/talvoplayer/feldrun")).entryList(QDir::Files).isEmpty());
 }
 

@@ -20,6 +20,7 @@ import os
 import sys
 import threading
 import time
+import urllib.parse
 import zlib
 
 ROOT, LOG = sys.argv[1], sys.argv[2]
@@ -73,9 +74,9 @@ class Handler(http.server.BaseHTTPRequestHandler):
             return self.redirect(302, rest)
         if fault == "loop":
             return self.redirect(302, "/loop/b" if rest == "/a" else "/loop/a")
-        path = os.path.join(ROOT, rest.lstrip("/"))
+        path = os.path.join(ROOT, urllib.parse.unquote(rest).lstrip("/"))
         if not os.path.isfile(path):
-            path = os.path.join(ROOT, self.path.lstrip("/"))
+            path = os.path.join(ROOT, urllib.parse.unquote(self.path).lstrip("/"))
             fault = ""
         if not os.path.isfile(path):
             return self.answer(404, b"not here\n")
