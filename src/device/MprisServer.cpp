@@ -343,12 +343,12 @@ qlonglong MprisServer::Position() const
     return program ? static_cast<qlonglong>(program->Position()) * kMicrosecondsPerMs : 0;
 }
 
-QString MprisServer::trackId(const ProgramFile& program) const
+QString MprisTrackId(const QString& programKey)
 {
     // An object path allows only [A-Za-z0-9_]: other characters of the key
     // are written as _ and their code in hex.
     QString id = kTrackPrefix;
-    for (QChar c : program.Key()) {
+    for (QChar c : programKey) {
         if ((c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z') || (c >= u'0' && c <= u'9'))
             id += c;
         else

@@ -12,6 +12,7 @@
 // once for every jump of the position (a step, a section move, a bookmark, the
 // end of a hold, a Seek or SetPosition, a program that starts where it was
 // left), never for playing on.
+#include "device/MprisNames.h"
 #include "library/ProgramLibrary.h"
 #include "platform/MessageWindow.h"
 #include "playback/AudioOutput.h"
@@ -24,9 +25,6 @@
 #include <QVariantMap>
 
 namespace talvo {
-
-// The name under which the player offers itself to MPRIS clients.
-inline constexpr char kMprisBusName[] = "org.mpris.MediaPlayer2.talvoplayer";
 
 // What the server drives and reads.
 struct MprisPlayerObjects {
@@ -77,7 +75,7 @@ private:
     void seekTo(std::int64_t positionMs);
     void announceSeek();
     std::uint32_t jumpCount() const;
-    QString trackId(const ProgramFile& program) const;
+    static QString trackId(const ProgramFile& program) { return MprisTrackId(program.Key()); }
     QString writeCover(const ProgramFile& program) const;
 
     MprisPlayerObjects objects_;

@@ -4,11 +4,18 @@
 #include "HttpFetcher.h"
 #include "ListenedCheck.h"
 #include "SyncClient.h"
+#include "device/MprisNames.h"
 #include "platform/FileNames.h"
 #include "platform/ProgramFolders.h"
 #include "settings/SettingsStore.h"
 
 #include <QCryptographicHash>
+#include <QDBusArgument>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QDBusObjectPath>
+#include <QDBusVariant>
 #include <QDir>
 #include <QFileInfo>
 #include <QFutureWatcher>
@@ -35,10 +42,46 @@ constexpr int kEpisodeHashHexChars = 12;
 // How long a running player is given to delete a program it was asked to.
 constexpr int kDeleteWaitSteps = 60;
 constexpr int kDeleteWaitStepMs = 50;
+// How long a running player is given to say which program it has open.
+constexpr int kPlayerAnswerMs = 2000;
 
 std::string Bytes(const QString& path)
 {
     return talvo::EncodeFileName(path).toStdString();
+}
+
+// The program the running player has open, as its media-player interface
+// names it (mpris:trackid); empty when no player answers.  "Last Program"
+// alone does not tell it: the player records a program there only once it
+// has a place stored for it, so one opened for the first time is not there.
+QString TrackOpenInPlayer()
+{
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    const QString service = QString::fromLatin1(talvo::kMprisBusName);
+    if (!bus.isConnected() || !bus.interface()->isServiceRegistered(service))
+        return {};
+    QDBusMessage call = QDBusMessage::createMethodCall(service, QStringLiteral("/org/mpris/MediaPlayer2"),
+                                                       QStringLiteral("org.freedesktop.DBus.Properties"),
+                                                       QStringLiteral("Get"));
+    call << QStringLiteral("org.mpris.MediaPlayer2.Player") << QStringLiteral("Metadata");
+    const QDBusMessage answer = bus.call(call, QDBus::Block, kPlayerAnswerMs);
+    if (answer.type() != QDBusMessage::ReplyMessage || answer.arguments().isEmpty())
+        return {};
+    const QVariant metadata = answer.arguments().first().value<QDBusVariant>().variant();
+    return qdbus_cast<QVariantMap>(metadata)
+        .value(QStringLiteral("mpris:trackid"))
+        .value<QDBusObjectPath>()
+        .path();
+}
+
+// Whether track names the episode's program.  The player's key for a
+// program is its id, with "_zqx" for an Opus program; both are tried, since
+// the record does not keep the type it was packed with.
+bool IsTrackOf(const QString& track, const EpisodeRecord& record)
+{
+    return !track.isEmpty() && !record.programId.isEmpty() &&
+           (track == talvo::MprisTrackId(record.programId) ||
+            track == talvo::MprisTrackId(record.programId + QStringLiteral("_zqx")));
 }
 
 QString HashHex(const QString& text, int chars)
@@ -351,11 +394,13 @@ private:
     }
 
     // Programs beyond the newest few go, through the player so that its list
-    // stays right, except the one it has open: a listener in the middle of it
-    // keeps it until the next update after they moved on.
+    // stays right, except the one it has open (by its own word when it runs,
+    // else its "Last Program"): a listener in the middle of it keeps it until
+    // the next update after they moved on.
     void Prune()
     {
         const QString playing = talvo::SettingsStore(updater_.registry_).GetLastProgram();
+        const QString openTrack = TrackOpenInPlayer();
         bool changed = MarkListened(updater_.registry_, current_) > 0;
         for (std::size_t i = current_.keep; i < current_.episodes.size(); ++i) {
             EpisodeRecord& record = current_.episodes[i];
@@ -363,7 +408,7 @@ private:
                 record.state = EpisodeState::New;
                 changed = true;
             }
-            if (record.programPath.isEmpty() || record.programPath == playing)
+            if (record.programPath.isEmpty() || record.programPath == playing || IsTrackOf(openTrack, record))
                 continue;
             record.error = DeleteProgram(record.programPath);
             if (!record.error.isEmpty())

@@ -10,6 +10,7 @@
 #include "platform/Registry.h"
 #include "playback/ProgramFile.h"
 #include "settings/SettingsStore.h"
+#include "tests/integration/device/PrivateBus.h"
 #include "tests/support/TestDevice.h"
 #include "zqx/TalvoMetadata.h"
 
@@ -113,6 +114,9 @@ protected:
         return true;
     }
 
+    // A session bus of the test's own, where the player offers its
+    // media-player interface and feldrun asks it which program it has open.
+    PrivateBus bus_{"DBUS_SESSION_BUS_ADDRESS"};
     TestDevice device_;
     QProcess player_;
     std::string log_;
@@ -241,6 +245,50 @@ TEST_F(FeldrunWithPlayer, EpisodesComeInToTheRunningPlayerAndOldOnesLeaveItButNe
     EXPECT_TRUE(QFile::exists(episode(3)));
     EXPECT_EQ(player_.state(), QProcess::Running);
     EXPECT_TRUE(device_.messages().isEmpty()) << device_.messages().join('\n').toStdString();
+}
+
+TEST_F(FeldrunWithPlayer, AnEpisodeOpenedForTheFirstTimeStaysWhileThePlayerHasItOpen)
+{
+    feldrun::test::FeedServer server;
+    ASSERT_TRUE(server.running());
+    QFile book(kBooks + "long.m4b");
+    ASSERT_TRUE(book.open(QIODevice::ReadOnly));
+    server.put(QStringLiteral("/long.m4b"), book.readAll());
+    PutDailyFeed(server, 2);
+    const auto episode = [&](int day) {
+        return device_.path(QStringLiteral("music/Daily/2026-11-0%1 Day %1/2026-11-0%1 Day %1.zqx").arg(day));
+    };
+    const auto keepOne = [&] {
+        auto registry = OpenSqliteRegistry(device_.registryPath().toStdString());
+        feldrun::SubscriptionStore store(*registry);
+        auto daily = store.Find(QStringLiteral("Daily"));
+        ASSERT_TRUE(daily);
+        daily->keep = 1;
+        ASSERT_TRUE(store.Save(*daily));
+    };
+    ASSERT_EQ(feldrun({"subscribe", "--keep", "2", server.url("/daily.xml").toString()}), 0) << log_;
+
+    // Day 1, never heard before, plays: the player has no place stored for it
+    // when it opens it, so it does not become its "Last Program".
+    startPlayer(episode(1));
+    const std::uint32_t heard = playedTo(episode(1), 2000);
+    ASSERT_GE(heard, 2000u) << "day 1 never played";
+    ASSERT_NE(SettingsStore(*OpenSqliteRegistry(device_.registryPath().toStdString())).GetLastProgram(),
+              episode(1));
+
+    // Keeping one puts day 1 beyond what is kept; the player says it has it open.
+    keepOne();
+    ASSERT_EQ(feldrun({"update"}), 0) << log_;
+    EXPECT_TRUE(QFile::exists(episode(1)));
+    EXPECT_GE(playedTo(episode(1), heard + 2000), heard + 2000) << "day 1 stopped playing";
+
+    // On day 2, the next update takes day 1 away.
+    handOver(episode(2));
+    ASSERT_TRUE(waitFor([&] { return storedPosition(episode(2)).has_value(); }));
+    ASSERT_EQ(feldrun({"update"}), 0) << log_;
+    EXPECT_FALSE(QFile::exists(episode(1)));
+    EXPECT_TRUE(QFile::exists(episode(2)));
+    EXPECT_EQ(player_.state(), QProcess::Running);
 }
 
 } // namespace
