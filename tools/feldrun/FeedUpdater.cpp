@@ -236,6 +236,8 @@ private:
             current_.title = feed_.title;
         current_.author = feed_.author;
         current_.imageUrl = feed_.imageUrl;
+        for (const QString& warning : feed_.warnings)
+            emit updater_.subscriptionWarning(current_.url, current_.title + QStringLiteral(": ") + warning);
         MergeEpisodes(current_, feed_);
         Save();
         emit updater_.subscriptionUpdated(current_.url);

@@ -38,6 +38,9 @@ signals:
     // failures: episodes and feeds that could not be brought in, each already
     // reported through episodeStateChanged or subscriptionFailed.
     void subscriptionFailed(const QUrl& subscription, const QString& error);
+    // What the feed had wrong without failing (repeated GUIDs, enclosures
+    // that are no web links), named by the subscription's title.
+    void subscriptionWarning(const QUrl& subscription, const QString& warning);
     void finished(int failures);
 
 private:

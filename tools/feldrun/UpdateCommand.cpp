@@ -68,10 +68,11 @@ int UpdateSubscriptions(talvo::Registry& registry, const QString& which, const s
         return kExitFailed;
     }
     FeedUpdater updater(registry, {music, QString::fromStdString(playerPath), 0});
-    QObject::connect(&updater, &FeedUpdater::subscriptionFailed, &updater,
-                     [command](const QUrl&, const QString& error) {
-                         std::fprintf(stderr, "feldrun %s: %s\n", command, error.toUtf8().constData());
-                     });
+    const auto tell = [command](const QUrl&, const QString& text) {
+        std::fprintf(stderr, "feldrun %s: %s\n", command, text.toUtf8().constData());
+    };
+    QObject::connect(&updater, &FeedUpdater::subscriptionFailed, &updater, tell);
+    QObject::connect(&updater, &FeedUpdater::subscriptionWarning, &updater, tell);
     zqxauthor::ProgressBar bar;
     QObject::connect(&updater, &FeedUpdater::episodeStateChanged, &updater,
                      [&bar, command](const QUrl&, const QString&, EpisodeState state, const QString& error) {
