@@ -106,9 +106,14 @@ std::u16string Fold(std::u16string_view name)
 // Names go into TEXT columns as UTF-16; an embedded NUL or a lone surrogate would
 // not come back unchanged, so such a name is refused.  So are U+FFFE and U+FFFF:
 // SQLite reads them back as U+FFFD, and a key of that name could then be
-// listed but never opened or deleted by the name it is listed under.
+// listed but never opened or deleted by the name it is listed under.  A name
+// may not begin with U+FEFF either: SQLite takes a leading one for a byte-order
+// mark and drops it, so "\uFEFF" would be stored as the empty name, which
+// opens its parent again, and "\uFEFFa" as "a".
 bool IsStorableName(std::u16string_view name)
 {
+    if (!name.empty() && name.front() == u'\uFEFF')
+        return false;
     for (std::size_t i = 0; i < name.size(); ++i) {
         char16_t c = name[i];
         if (c == 0 || c == u'\uFFFE' || c == u'\uFFFF')

@@ -210,7 +210,10 @@ private:
         case ERROR_ACCESS_DENIED:
             return Fail(QStringLiteral("Access is denied."));
         case ERROR_INVALID_PARAMETER:
-            return Fail(QStringLiteral("A key or value name is not valid (too long, or holding a NUL)."));
+            return Fail(
+                QStringLiteral("A key or value name is not valid (too long, or holding a character the "
+                               "store cannot keep: a NUL, U+FFFE, U+FFFF, a lone surrogate or a "
+                               "leading U+FEFF)."));
         default:
             return Fail(
                 QStringLiteral("The registry store %1 failed with error %2.").arg(storePath_).arg(status));
