@@ -22,7 +22,7 @@ JOBS ?= $(shell nproc)
 PREFIX ?= /usr/local
 CTEST_ARGS ?=
 
-.PHONY: all deps configure build install run test bench fuzz soak format screenshots accessibility clean
+.PHONY: all deps configure build install run test coverage bench fuzz soak format screenshots accessibility clean
 
 all: build
 
@@ -46,6 +46,11 @@ run: build
 test: build
 	cd $(BUILD) && $(TEST_ENV) ctest --output-on-failure -j $(JOBS) $(CTEST_ARGS)
 
+# Line and branch coverage per top-level folder, measured over `make test`.
+coverage:
+	$(MAKE) build BUILD=build-coverage CMAKE_FLAGS=-DTALVO_COVERAGE=ON
+	@scripts/coverage.sh build-coverage $(CTEST_ARGS)
+
 bench: build
 	@scripts/bench.sh $(BUILD)
 
@@ -65,4 +70,4 @@ format:
 	git ls-files '*.cpp' '*.h' '*.c' | xargs clang-format -i
 
 clean:
-	rm -rf build build-asan build-tsan build-fuzz
+	rm -rf build build-asan build-tsan build-fuzz build-coverage

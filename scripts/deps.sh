@@ -34,6 +34,8 @@ packages=(
   help2man qt6-wayland weston
   # MPRIS client for the media-player tests
   playerctl
+  # line and branch coverage (make coverage)
+  gcovr
 )
 
 missing=()
