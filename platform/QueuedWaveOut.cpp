@@ -1,6 +1,5 @@
 #include "platform/QueuedWaveOut.h"
 
-#include "platform/SteadyWait.h"
 #include "platform/WaveHeaderRules.h"
 
 #include <algorithm>
@@ -170,7 +169,7 @@ void QueuedWaveOut::SetMisbehaviour(const WaveOutMisbehaviour& misbehaviour)
 bool QueuedWaveOut::WaitUntil(Clock::time_point deadline)
 {
     std::unique_lock lock(mutex_);
-    return !WaitUntilSteady(wake_, lock, deadline, [this] { return quit_ || resetRequested_; });
+    return !wake_.wait_until(lock, deadline, [this] { return quit_ || resetRequested_; });
 }
 
 bool QueuedWaveOut::StopRequested() const
@@ -251,7 +250,7 @@ void QueuedWaveOut::Run()
             if (playing_.empty() && !lateOnesPending) {
                 wake_.wait(lock, ready);
             } else {
-                WaitForSteady(wake_, lock, kHeardPollInterval, ready);
+                wake_.wait_for(lock, kHeardPollInterval, ready);
             }
         }
     }

@@ -1,6 +1,5 @@
 #include "platform/KeepAwake.h"
 
-#include "platform/SteadyWait.h"
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <atomic>
@@ -50,8 +49,8 @@ private:
     void run()
     {
         std::unique_lock lock(mutex_);
-        while (!WaitForSteady(wake_, lock, std::chrono::milliseconds(kActivityIntervalMs),
-                              [this] { return stopping_; })) {
+        while (!wake_.wait_for(lock, std::chrono::milliseconds(kActivityIntervalMs),
+                               [this] { return stopping_; })) {
             lock.unlock();
             simulateUserActivity();
             lock.lock();

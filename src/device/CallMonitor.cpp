@@ -1,7 +1,6 @@
 #include "device/CallMonitor.h"
 
 #include "base/CommandIds.h"
-#include "platform/SteadyWait.h"
 
 #include <chrono>
 
@@ -50,8 +49,8 @@ void CallMonitor::onCallState(CallState state)
 bool CallMonitor::waitBeforeCallEnded()
 {
     std::unique_lock lock(mutex_);
-    return !WaitForSteady(stopped_, lock, std::chrono::milliseconds(kCallEndedDelayMs),
-                          [this] { return stopping_; });
+    return !stopped_.wait_for(lock, std::chrono::milliseconds(kCallEndedDelayMs),
+                              [this] { return stopping_; });
 }
 
 void CallMonitor::postCallEvent(WPARAM first, LPARAM second)
