@@ -54,8 +54,12 @@ bool ParseOpml(const QByteArray& bytes, std::vector<OpmlOutline>& outlines, QStr
             continue;
         seen.insert(key);
         // Apps name an untitled feed by its URL, as WriteOpml does: no title.
+        // The URL may be spelt another way there ("#" for "%23"), so the two
+        // are compared as URLs, fully encoded.
         const QString title = OutlineTitle(attributes);
-        outlines.push_back({feed, title == url || title == feed.toString() ? QString() : title});
+        const bool namesItsUrl =
+            title == url || QUrl(title, QUrl::TolerantMode).toString(QUrl::FullyEncoded) == key;
+        outlines.push_back({feed, namesItsUrl ? QString() : title});
     }
     if (xml.hasError()) {
         error = root ? QStringLiteral("not an OPML file: %1 at line %2")
