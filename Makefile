@@ -10,9 +10,8 @@ else ifeq ($(SANITIZE),thread)
 BUILD ?= build-tsan
 CMAKE_FLAGS += -DTALVO_SANITIZE_THREAD=ON
 # Children the tests start (the player, the tools) inherit these too.
-# die_after_fork=0: QProcess starts children with vfork, and what the sanitizer
-# notes in the child about the fork lands in the parent's shared memory, so the
-# parent would be refused its next thread; the child itself only execs.
+# die_after_fork=0: children are started with fork from threaded processes
+# (see platform/linux/ThreadSanitizerClone.cpp); the child itself only execs.
 TEST_ENV = TSAN_OPTIONS='suppressions=$(CURDIR)/tests/tsan.supp die_after_fork=0 second_deadlock_stack=1'
 else
 BUILD ?= build

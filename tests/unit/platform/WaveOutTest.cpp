@@ -3,6 +3,7 @@
 #include "platform/WaveOut.h"
 #include "platform/null/NullWaveOut.h"
 
+#include <QProcess>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -48,13 +49,13 @@ protected:
 
     void MakeSlots(std::size_t count, std::size_t samples)
     {
-        slots.assign(count, {});
+        buffers.assign(count, {});
         for (std::size_t s = 0; s < count; ++s) {
             for (std::size_t i = 0; i < samples; ++i) {
-                slots[s].pcm.push_back(std::int16_t(s * 1000 + i * 7 - 12000));
+                buffers[s].pcm.push_back(std::int16_t(s * 1000 + i * 7 - 12000));
             }
-            slots[s].header.lpData = reinterpret_cast<char*>(slots[s].pcm.data());
-            slots[s].header.dwBufferLength = DWORD(samples * 2);
+            buffers[s].header.lpData = reinterpret_cast<char*>(buffers[s].pcm.data());
+            buffers[s].header.dwBufferLength = DWORD(samples * 2);
         }
     }
     MMRESULT Open(WaveOut& out, const WAVEFORMATEX& format)
@@ -64,7 +65,7 @@ protected:
             // apart from QueueAll, which sets them on the test thread.
             std::lock_guard lock(mutex);
             std::size_t finished = 0;
-            for (const Slot& slot : slots) {
+            for (const Slot& slot : buffers) {
                 finished += (slot.header.dwFlags & WHDR_DONE) != 0;
             }
             order.push_back(header);
@@ -77,9 +78,9 @@ protected:
     void QueueAll(WaveOut& out, std::size_t from = 0)
     {
         std::lock_guard lock(mutex);
-        for (std::size_t i = from; i < slots.size(); ++i) {
-            ASSERT_EQ(out.PrepareHeader(&slots[i].header, sizeof(WAVEHDR)), MMSYSERR_NOERROR);
-            ASSERT_EQ(out.Write(&slots[i].header, sizeof(WAVEHDR)), MMSYSERR_NOERROR);
+        for (std::size_t i = from; i < buffers.size(); ++i) {
+            ASSERT_EQ(out.PrepareHeader(&buffers[i].header, sizeof(WAVEHDR)), MMSYSERR_NOERROR);
+            ASSERT_EQ(out.Write(&buffers[i].header, sizeof(WAVEHDR)), MMSYSERR_NOERROR);
         }
     }
     bool WaitFor(std::size_t count)
@@ -97,7 +98,7 @@ protected:
     {
         std::vector<WAVEHDR*> headers;
         for (int i : indexes) {
-            headers.push_back(&slots[i].header);
+            headers.push_back(&buffers[i].header);
         }
         return headers;
     }
@@ -106,7 +107,7 @@ protected:
         WAVEHDR header{};
         std::vector<std::int16_t> pcm;
     };
-    std::vector<Slot> slots;
+    std::vector<Slot> buffers;
     fs::path capturePath = fs::temp_directory_path() /
                            ("talvo-waveout-" + std::to_string(getpid()) + "-" +
                             ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".wav");
@@ -128,10 +129,30 @@ TEST_F(WaveOutTest, BuffersCompleteInQueueOrderOnTheDeviceThread)
     ASSERT_TRUE(WaitFor(6));
     EXPECT_EQ(order, Headers({0, 1, 2, 3, 4, 5}));
     EXPECT_TRUE(onDeviceThread);
-    for (Slot& slot : slots) {
+    for (Slot& slot : buffers) {
         EXPECT_EQ(slot.header.dwFlags, WHDR_DONE | WHDR_PREPARED);
         EXPECT_EQ(out.UnprepareHeader(&slot.header, sizeof(WAVEHDR)), MMSYSERR_NOERROR);
     }
+    EXPECT_EQ(out.Close(), MMSYSERR_NOERROR);
+}
+
+// The player's thread has often started a child (the bus, a tool) before it
+// opens the output.  Under ThreadSanitizer that start used to leave the thread's
+// locks unseen, so every buffer handed over looked like a race.
+TEST_F(WaveOutTest, BuffersHandedOverAfterAChildProcessStartStayOrdered)
+{
+    QProcess child;
+    child.start(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), QStringLiteral("exit 7")});
+    ASSERT_TRUE(child.waitForFinished(20000));
+    EXPECT_EQ(child.exitCode(), 7);
+    NullWaveOut out(NullWaveOut::kUnpaced);
+    MakeSlots(4, 500);
+    ASSERT_EQ(Open(out, PlayerFormat(1, 22050)), MMSYSERR_NOERROR);
+    QueueAll(out);
+    ASSERT_TRUE(WaitFor(4));
+    EXPECT_EQ(order, Headers({0, 1, 2, 3}));
+    for (Slot& slot : buffers)
+        EXPECT_EQ(out.UnprepareHeader(&slot.header, sizeof(WAVEHDR)), MMSYSERR_NOERROR);
     EXPECT_EQ(out.Close(), MMSYSERR_NOERROR);
 }
 
@@ -139,7 +160,7 @@ TEST_F(WaveOutTest, HeaderAndHandleRulesMatchThePlatform)
 {
     NullWaveOut out(1.0);
     MakeSlots(2, 22050); // a second each: still queued while we look
-    EXPECT_EQ(out.PrepareHeader(&slots[0].header, sizeof(WAVEHDR)), MMSYSERR_INVALHANDLE);
+    EXPECT_EQ(out.PrepareHeader(&buffers[0].header, sizeof(WAVEHDR)), MMSYSERR_INVALHANDLE);
     EXPECT_EQ(out.Reset(), MMSYSERR_INVALHANDLE);
     EXPECT_EQ(out.Close(), MMSYSERR_INVALHANDLE);
     WAVEFORMATEX adpcm = PlayerFormat(1, 22050);
@@ -149,11 +170,11 @@ TEST_F(WaveOutTest, HeaderAndHandleRulesMatchThePlatform)
 
     ASSERT_EQ(Open(out, PlayerFormat(1, 22050)), MMSYSERR_NOERROR);
     EXPECT_EQ(Open(out, PlayerFormat(1, 22050)), MMSYSERR_ALLOCATED);
-    EXPECT_EQ(out.Write(&slots[0].header, sizeof(WAVEHDR)), WAVERR_UNPREPARED);
-    EXPECT_EQ(out.PrepareHeader(&slots[0].header, 16), MMSYSERR_INVALPARAM);
+    EXPECT_EQ(out.Write(&buffers[0].header, sizeof(WAVEHDR)), WAVERR_UNPREPARED);
+    EXPECT_EQ(out.PrepareHeader(&buffers[0].header, 16), MMSYSERR_INVALPARAM);
     QueueAll(out);
-    EXPECT_EQ(out.Write(&slots[0].header, sizeof(WAVEHDR)), WAVERR_STILLPLAYING);
-    EXPECT_EQ(out.UnprepareHeader(&slots[1].header, sizeof(WAVEHDR)), WAVERR_STILLPLAYING);
+    EXPECT_EQ(out.Write(&buffers[0].header, sizeof(WAVEHDR)), WAVERR_STILLPLAYING);
+    EXPECT_EQ(out.UnprepareHeader(&buffers[1].header, sizeof(WAVEHDR)), WAVERR_STILLPLAYING);
     EXPECT_EQ(out.Close(), WAVERR_STILLPLAYING);
     EXPECT_EQ(out.Reset(), MMSYSERR_NOERROR);
     EXPECT_EQ(out.Close(), MMSYSERR_NOERROR);
@@ -167,13 +188,13 @@ TEST_F(WaveOutTest, ResetReturnsEveryQueuedBufferBeforeItReturnsAndPlayingGoesOn
     QueueAll(out);
     EXPECT_EQ(out.Reset(), MMSYSERR_NOERROR);
     EXPECT_EQ(order, Headers({0, 1, 2, 3})); // no waiting: Reset has delivered them all
-    for (Slot& slot : slots) {
+    for (Slot& slot : buffers) {
         EXPECT_EQ(slot.header.dwFlags & (WHDR_DONE | WHDR_INQUEUE), WHDR_DONE);
         slot.header.dwBufferLength = 400;
     }
     QueueAll(out);
     ASSERT_TRUE(WaitFor(8));
-    EXPECT_EQ(order[4], &slots[0].header);
+    EXPECT_EQ(order[4], &buffers[0].header);
     EXPECT_EQ(out.Close(), MMSYSERR_NOERROR);
 }
 
@@ -199,14 +220,14 @@ TEST_F(WaveOutTest, CaptureHoldsExactlyWhatWasPlayedInTheOpenedFormat)
     MakeSlots(3, 1000);
     // Stereo frames are 4 bytes whatever nBlockAlign says: a trailing half
     // frame is not played.
-    slots[1].header.dwBufferLength = 1002;
+    buffers[1].header.dwBufferLength = 1002;
     ASSERT_EQ(Open(*out, PlayerFormat(2, 11025)), MMSYSERR_NOERROR);
     QueueAll(*out);
     ASSERT_TRUE(WaitFor(3));
     ASSERT_EQ(out->Reset(), MMSYSERR_NOERROR);
 
     std::vector<std::uint8_t> expected;
-    for (const Slot& slot : slots) {
+    for (const Slot& slot : buffers) {
         const auto* bytes = reinterpret_cast<const std::uint8_t*>(slot.pcm.data());
         expected.insert(expected.end(), bytes, bytes + slot.header.dwBufferLength / 4 * 4);
     }
@@ -224,7 +245,7 @@ TEST_F(WaveOutTest, CaptureHoldsExactlyWhatWasPlayedInTheOpenedFormat)
     // Reopened with the same format, the capture goes on in the same file.
     ASSERT_EQ(out->Close(), MMSYSERR_NOERROR);
     ASSERT_EQ(Open(*out, PlayerFormat(2, 11025)), MMSYSERR_NOERROR);
-    slots[0].header.dwBufferLength = 200;
+    buffers[0].header.dwBufferLength = 200;
     QueueAll(*out);
     ASSERT_TRUE(WaitFor(6));
     ASSERT_EQ(out->Close(), MMSYSERR_NOERROR);
@@ -244,7 +265,7 @@ TEST_F(WaveOutTest, VolumeIsAppliedPerChannelAndSetWhileClosedCarriesIntoOpen)
     const auto file = ReadFile(capturePath);
     ASSERT_EQ(file.size(), 44 + 4000u);
     for (std::size_t i = 0; i < 2000; ++i) {
-        const std::int32_t original = slots[0].pcm[i];
+        const std::int32_t original = buffers[0].pcm[i];
         const std::int32_t wanted = i % 2 == 0 ? original : original * 0x4000 / 0xFFFF;
         ASSERT_EQ(std::int16_t(Le(file, 44 + 2 * i, 2)), wanted) << "sample " << i;
     }
@@ -259,9 +280,9 @@ TEST_F(WaveOutTest, SimulatedFaults)
     // queue the rest on any loaded machine.
     auto bursty = CreateWaveOut("null,burst=2");
     MakeSlots(6, 300);
-    slots[0].pcm.resize(22050);
-    slots[0].header.lpData = reinterpret_cast<char*>(slots[0].pcm.data());
-    slots[0].header.dwBufferLength = DWORD(slots[0].pcm.size() * 2);
+    buffers[0].pcm.resize(22050);
+    buffers[0].header.lpData = reinterpret_cast<char*>(buffers[0].pcm.data());
+    buffers[0].header.dwBufferLength = DWORD(buffers[0].pcm.size() * 2);
     ASSERT_EQ(Open(*bursty, PlayerFormat(1, 22050)), MMSYSERR_NOERROR);
     QueueAll(*bursty);
     ASSERT_TRUE(WaitFor(6));
@@ -290,7 +311,7 @@ TEST_F(WaveOutTest, SimulatedFaults)
     ASSERT_TRUE(WaitFor(3));
     std::this_thread::sleep_for(std::chrono::milliseconds(50)); // give a wrong fourth one a chance
     EXPECT_EQ(order, Headers({0, 1, 3}));
-    EXPECT_TRUE(slots[2].header.dwFlags & WHDR_INQUEUE);
+    EXPECT_TRUE(buffers[2].header.dwFlags & WHDR_INQUEUE);
     EXPECT_EQ(missing->Close(), WAVERR_STILLPLAYING);
     ASSERT_EQ(missing->Reset(), MMSYSERR_NOERROR);
     EXPECT_EQ(order, Headers({0, 1, 3, 2}));
