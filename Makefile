@@ -56,8 +56,10 @@ bench: build
 fuzz: deps
 	@scripts/fuzz.sh long
 
+# -V: each soak test prints what it counted, which ctest keeps back from a
+# passing test.
 soak: build
-	cd $(BUILD) && ctest --output-on-failure -L soak -C soak
+	cd $(BUILD) && ctest -V -L soak -C soak
 
 screenshots: build
 	$(BUILD)/bin/talvo-screenshots $(BUILD)/screenshots $(BUILD)/demo/music
