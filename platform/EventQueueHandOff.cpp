@@ -5,6 +5,8 @@
 extern "C" {
 void AnnotateIgnoreWritesBegin(const char* file, int line) __attribute__((weak));
 void AnnotateIgnoreWritesEnd(const char* file, int line) __attribute__((weak));
+void __tsan_release(void* address) __attribute__((weak));
+void __tsan_acquire(void* address) __attribute__((weak));
 }
 
 namespace talvo {
@@ -16,6 +18,24 @@ void PostThroughEventQueue(const std::function<void()>& post)
     post();
     if (AnnotateIgnoreWritesEnd)
         AnnotateIgnoreWritesEnd(__FILE__, __LINE__);
+}
+
+namespace {
+// One token for every hand-off: a receiver is ordered after every sender so
+// far, which orders more than the queue does, never less.
+char handOffToken;
+} // namespace
+
+void HandOffToAnotherThread()
+{
+    if (__tsan_release)
+        __tsan_release(&handOffToken);
+}
+
+void TakeOverFromAnotherThread()
+{
+    if (__tsan_acquire)
+        __tsan_acquire(&handOffToken);
 }
 
 } // namespace talvo

@@ -1,6 +1,7 @@
 #include "platform/CallLine.h"
 
 #include "platform/BusConnection.h"
+#include "platform/EventQueueHandOff.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -131,9 +132,12 @@ public:
     {
         if (watcher_)
             watcher_->Unwatch();
+        // The watcher is deleted on its own thread as that thread ends, so
+        // what its slots wrote there is never touched from this one; the end
+        // comes after the quit through QThread's own lock.
+        talvo::HandOffToAnotherThread();
         thread_.quit();
         thread_.wait();
-        watcher_.reset();
         QDBusConnection::disconnectFromBus(connectionName_);
     }
 
@@ -143,8 +147,13 @@ public:
         QDBusConnection bus = ConnectToSystemBus(connectionName_);
         if (!bus.isConnected())
             return false;
-        watcher_ = std::make_unique<CallWatcher>(bus, std::move(listener));
+        watcher_ = new CallWatcher(bus, std::move(listener));
         watcher_->moveToThread(&thread_);
+        // Connected in this order, so the hand-off is taken before the
+        // deferred delete that the thread's end carries out.
+        QObject::connect(&thread_, &QThread::finished, &thread_, [] { talvo::TakeOverFromAnotherThread(); },
+                         Qt::DirectConnection);
+        QObject::connect(&thread_, &QThread::finished, watcher_, &QObject::deleteLater);
         thread_.setObjectName(QStringLiteral("call line"));
         thread_.start();
         return watcher_->Watch();
@@ -154,7 +163,7 @@ private:
     static inline std::atomic<int> nextConnection_{0};
     QString connectionName_;
     QThread thread_;
-    std::unique_ptr<CallWatcher> watcher_;
+    CallWatcher* watcher_ = nullptr; // deleted by its thread as that thread ends
 };
 
 } // namespace

@@ -40,6 +40,9 @@ protected:
 
     void TearDown() override
     {
+        // Unregistered from this thread, so the bus thread's own cleanup of
+        // the connection never reaches the stand-in this thread destroys.
+        service_->unregisterObject(QStringLiteral("/ScreenSaver"));
         service_.reset();
         QDBusConnection::disconnectFromBus(QStringLiteral("screensaver-stand-in"));
         bus_.kill();
