@@ -38,4 +38,10 @@ void TakeOverFromAnotherThread()
         __tsan_acquire(&handOffToken);
 }
 
+void HandOffThroughEventQueue(const std::function<void()>& post)
+{
+    HandOffToAnotherThread();
+    PostThroughEventQueue(post);
+}
+
 } // namespace talvo

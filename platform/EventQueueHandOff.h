@@ -22,4 +22,10 @@ void PostThroughEventQueue(const std::function<void()>& post);
 void HandOffToAnotherThread();
 void TakeOverFromAnotherThread();
 
+// A signal emitted (or a call posted) to a receiver on another thread: the
+// hand-off, with what Qt builds for the post (the copies of the arguments,
+// the event) left out of the record as PostThroughEventQueue does.  The
+// receiving slot calls TakeOverFromAnotherThread() first.
+void HandOffThroughEventQueue(const std::function<void()>& post);
+
 } // namespace talvo

@@ -5,6 +5,7 @@
 #include "ListenedCheck.h"
 #include "SyncClient.h"
 #include "device/MprisNames.h"
+#include "platform/EventQueueHandOff.h"
 #include "platform/FileNames.h"
 #include "platform/ProgramFolders.h"
 #include "settings/SettingsStore.h"
@@ -26,6 +27,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <memory>
 
 namespace fs = std::filesystem;
 
@@ -237,10 +239,10 @@ private:
         current_.author = feed_.author;
         current_.imageUrl = feed_.imageUrl;
         for (const QString& warning : feed_.warnings)
-            emit updater_.subscriptionWarning(current_.url, current_.title + QStringLiteral(": ") + warning);
+            talvo::HandOffThroughEventQueue([&] { emit updater_.subscriptionWarning(current_.url, current_.title + QStringLiteral(": ") + warning); });
         MergeEpisodes(current_, feed_);
         Save();
-        emit updater_.subscriptionUpdated(current_.url);
+        talvo::HandOffThroughEventQueue([&] { emit updater_.subscriptionUpdated(current_.url); });
         episode_ = 0;
         NextEpisode();
     }
@@ -248,7 +250,7 @@ private:
     void FeedFailed(const QString& error)
     {
         ++failures_;
-        emit updater_.subscriptionFailed(current_.url, error);
+        talvo::HandOffThroughEventQueue([&] { emit updater_.subscriptionFailed(current_.url, error); });
         NextSubscription();
     }
 
@@ -325,7 +327,7 @@ private:
         fetcher_.Download(
             item_.enclosureUrl, audio_, qint64(item_.enclosureBytes),
             [this, subscription, guid](qint64 received, qint64 total) {
-                emit updater_.episodeProgress(subscription, guid, received, total);
+                talvo::HandOffThroughEventQueue([&] { emit updater_.episodeProgress(subscription, guid, received, total); });
             },
             [this](const QString& error) {
                 if (!error.isEmpty())
@@ -352,18 +354,26 @@ private:
         options.fileType = updater_.options_.fileType ? updater_.options_.fileType : options.fileType;
         options.musicFolder = Bytes(updater_.options_.musicFolder);
         options.playerPath = Bytes(updater_.options_.playerPath);
-        auto* watcher = new QFutureWatcher<PackOutcome>(this);
-        connect(watcher, &QFutureWatcher<PackOutcome>::finished, this, [this, watcher] {
+        // The outcome is handed back in a place of its own rather than as the
+        // future's result, so the hand-off covers it whole.
+        auto outcome = std::make_shared<PackOutcome>();
+        auto* watcher = new QFutureWatcher<void>(this);
+        connect(watcher, &QFutureWatcher<void>::finished, this, [this, watcher, outcome] {
+            talvo::TakeOverFromAnotherThread();
             watcher->deleteLater();
-            Packed(watcher->result());
+            Packed(*outcome);
         });
-        watcher->setFuture(QtConcurrent::run([options, input = input_] {
-            BookImporter importer(options);
-            PackOutcome outcome;
-            outcome.ok = importer.ImportEpisode(input, outcome.result);
-            outcome.error = QString::fromStdString(importer.Error());
-            return outcome;
-        }));
+        QFuture<void> packing;
+        talvo::HandOffThroughEventQueue([&] {
+            packing = QtConcurrent::run([options, input = input_, outcome] {
+                talvo::TakeOverFromAnotherThread();
+                BookImporter importer(options);
+                outcome->ok = importer.ImportEpisode(input, outcome->result);
+                outcome->error = QString::fromStdString(importer.Error());
+                talvo::HandOffToAnotherThread();
+            });
+        });
+        watcher->setFuture(packing);
     }
 
     void Packed(const PackOutcome& outcome)
@@ -392,7 +402,7 @@ private:
         record.state = state;
         record.error = error;
         Save();
-        emit updater_.episodeStateChanged(current_.url, record.guid, state, error);
+        talvo::HandOffThroughEventQueue([&] { emit updater_.episodeStateChanged(current_.url, record.guid, state, error); });
     }
 
     // Programs beyond the newest few go, through the player so that its list
@@ -422,7 +432,7 @@ private:
         }
         if (changed)
             Save();
-        emit updater_.subscriptionUpdated(current_.url);
+        talvo::HandOffThroughEventQueue([&] { emit updater_.subscriptionUpdated(current_.url); });
         NextSubscription();
     }
 
@@ -459,7 +469,7 @@ private:
     void Save()
     {
         if (!updater_.store_.Save(current_))
-            emit updater_.subscriptionFailed(current_.url, updater_.store_.error());
+            talvo::HandOffThroughEventQueue([&] { emit updater_.subscriptionFailed(current_.url, updater_.store_.error()); });
     }
 
     FeedUpdater& updater_;
@@ -492,15 +502,15 @@ void FeedUpdater::Update(const QString& urlOrTitle)
     std::vector<Subscription> subscriptions;
     if (urlOrTitle.isEmpty()) {
         if (!store_.Load(subscriptions)) {
-            emit subscriptionFailed({}, store_.error());
-            emit finished(1);
+            talvo::HandOffThroughEventQueue([&] { emit subscriptionFailed({}, store_.error()); });
+            talvo::HandOffThroughEventQueue([&] { emit finished(1); });
             return;
         }
     } else if (auto one = store_.Find(urlOrTitle)) {
         subscriptions.push_back(std::move(*one));
     } else {
-        emit subscriptionFailed({}, QStringLiteral("there is no subscription '%1'").arg(urlOrTitle));
-        emit finished(1);
+        talvo::HandOffThroughEventQueue([&] { emit subscriptionFailed({}, QStringLiteral("there is no subscription '%1'").arg(urlOrTitle)); });
+        talvo::HandOffThroughEventQueue([&] { emit finished(1); });
         return;
     }
     run_ = new Run(*this, std::move(subscriptions));
@@ -511,7 +521,7 @@ void FeedUpdater::Finish(int failures)
 {
     run_->deleteLater();
     run_ = nullptr;
-    emit finished(failures);
+    talvo::HandOffThroughEventQueue([&] { emit finished(failures); });
 }
 
 } // namespace feldrun

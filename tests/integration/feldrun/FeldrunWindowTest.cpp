@@ -6,6 +6,7 @@
 #include "feldrun/window/BackgroundWork.h"
 #include "feldrun/window/PictureCache.h"
 #include "feldrun/window/SubscribeDialog.h"
+#include "platform/EventQueueHandOff.h"
 #include "tests/integration/feldrun/FeedServer.h"
 #include "tests/support/TestDevice.h"
 
@@ -89,8 +90,15 @@ protected:
     void report(const std::function<void(feldrun::FeedUpdater&)>& signal)
     {
         feldrun::FeedUpdater& updater = work_->Updater();
-        QMetaObject::invokeMethod(
-            &updater, [&] { signal(updater); }, Qt::BlockingQueuedConnection);
+        talvo::HandOffThroughEventQueue([&] {
+            QMetaObject::invokeMethod(
+                &updater,
+                [&] {
+                    talvo::TakeOverFromAnotherThread();
+                    talvo::HandOffThroughEventQueue([&] { signal(updater); });
+                },
+                Qt::BlockingQueuedConnection);
+        });
         QCoreApplication::processEvents();
     }
 

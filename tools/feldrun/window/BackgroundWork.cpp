@@ -1,5 +1,6 @@
 #include "BackgroundWork.h"
 
+#include "platform/EventQueueHandOff.h"
 #include "platform/FileNames.h"
 
 namespace feldrun {
@@ -20,8 +21,17 @@ BackgroundWork::BackgroundWork(talvo::Registry& registry, UpdateOptions updates,
     importThread_.setObjectName(QStringLiteral("feldrun imports"));
     updater_->moveToThread(&updateThread_);
     importer_->moveToThread(&importThread_);
-    connect(&updateThread_, &QThread::finished, updater_, &QObject::deleteLater);
-    connect(&importThread_, &QThread::finished, importer_, &QObject::deleteLater);
+    // Each worker is deleted on its own thread as that thread ends; the
+    // hand-offs around it order the end after the quit and the wait after the
+    // delete, which QThread does through locks ThreadSanitizer cannot see.
+    for (auto [thread, worker] : {std::pair<QThread*, QObject*>{&updateThread_, updater_},
+                                  std::pair<QThread*, QObject*>{&importThread_, importer_}}) {
+        connect(thread, &QThread::finished, thread, [] { talvo::TakeOverFromAnotherThread(); },
+                Qt::DirectConnection);
+        connect(thread, &QThread::finished, worker, &QObject::deleteLater);
+        connect(worker, &QObject::destroyed, thread, [] { talvo::HandOffToAnotherThread(); },
+                Qt::DirectConnection);
+    }
     connect(updater_, &FeedUpdater::finished, this, &BackgroundWork::EndUpdate);
     connect(importer_, &BookImportWorker::progress, this, &BackgroundWork::importProgress);
     connect(importer_, &BookImportWorker::finished, this, &BackgroundWork::EndImport);
@@ -34,11 +44,13 @@ BackgroundWork::~BackgroundWork()
     // An import or a download in flight is left behind under its temporary
     // name, which the next run replaces; the Music folder holds nothing half
     // written either way.
+    talvo::HandOffToAnotherThread();
     updateThread_.quit();
     importThread_.requestInterruption();
     importThread_.quit();
     updateThread_.wait();
     importThread_.wait();
+    talvo::TakeOverFromAnotherThread();
 }
 
 bool BackgroundWork::Update(const QString& urlOrTitle)
@@ -46,14 +58,22 @@ bool BackgroundWork::Update(const QString& urlOrTitle)
     if (updating_)
         return false;
     updating_ = true;
-    QMetaObject::invokeMethod(
-        updater_, [u = updater_, urlOrTitle] { u->Update(urlOrTitle); }, Qt::QueuedConnection);
+    talvo::HandOffThroughEventQueue([&] {
+        QMetaObject::invokeMethod(
+            updater_,
+            [u = updater_, urlOrTitle] {
+                talvo::TakeOverFromAnotherThread();
+                u->Update(urlOrTitle);
+            },
+            Qt::QueuedConnection);
+    });
     emit updateStarted();
     return true;
 }
 
 void BackgroundWork::EndUpdate(int failures)
 {
+    talvo::TakeOverFromAnotherThread();
     updating_ = false;
     emit updateFinished(failures);
 }
@@ -62,13 +82,21 @@ void BackgroundWork::Import(const QStringList& paths)
 {
     for (const QString& path : paths) {
         ++importsWaiting_;
-        QMetaObject::invokeMethod(
-            importer_, [w = importer_, path] { w->Import(path); }, Qt::QueuedConnection);
+        talvo::HandOffThroughEventQueue([&] {
+            QMetaObject::invokeMethod(
+                importer_,
+                [w = importer_, path] {
+                    talvo::TakeOverFromAnotherThread();
+                    w->Import(path);
+                },
+                Qt::QueuedConnection);
+        });
     }
 }
 
 void BackgroundWork::EndImport(const QString& path, const QString& programPath, const QString& error)
 {
+    talvo::TakeOverFromAnotherThread();
     --importsWaiting_;
     emit importFinished(path, programPath, error);
 }
@@ -83,11 +111,13 @@ void BookImportWorker::Import(const QString& path)
     const bool ok = importer.Import(talvo::EncodeFileName(path).toStdString(), result, [&](double fraction) {
         if (fraction - told >= kProgressStep || fraction >= 1) {
             told = fraction;
-            emit progress(path, fraction);
+            talvo::HandOffThroughEventQueue([&] { emit progress(path, fraction); });
         }
     });
-    emit finished(path, ok ? talvo::DecodeFileName(QByteArray::fromStdString(result.programPath)) : QString(),
-                  ok ? QString() : QString::fromStdString(importer.Error()));
+    const QString programPath =
+        ok ? talvo::DecodeFileName(QByteArray::fromStdString(result.programPath)) : QString();
+    const QString error = ok ? QString() : QString::fromStdString(importer.Error());
+    talvo::HandOffThroughEventQueue([&] { emit finished(path, programPath, error); });
 }
 
 } // namespace feldrun

@@ -4,6 +4,7 @@
 #include "PictureCache.h"
 #include "SubscribeDialog.h"
 #include "feldrun/SubscriptionCommands.h"
+#include "platform/EventQueueHandOff.h"
 
 #include <QDragEnterEvent>
 #include <QDropEvent>
@@ -339,6 +340,7 @@ void FeldrunWindow::ShowPicture(const QUrl& url)
 
 void FeldrunWindow::TakeSubscriptionUpdate(const QUrl& subscription)
 {
+    talvo::TakeOverFromAnotherThread();
     failures_.remove(subscription);
     // The store has the whole of it: a new subscription's title and
     // episodes, or a moved feed under its new address (which the list does
@@ -358,6 +360,7 @@ void FeldrunWindow::TakeSubscriptionUpdate(const QUrl& subscription)
 void FeldrunWindow::TakeEpisodeState(const QUrl& subscription, const QString& guid, EpisodeState state,
                                      const QString& error)
 {
+    talvo::TakeOverFromAnotherThread();
     QTreeWidgetItem* item = nullptr;
     EpisodeRecord* episode = FindEpisode(subscription, guid, &item);
     if (!episode) {
@@ -375,6 +378,7 @@ void FeldrunWindow::TakeEpisodeState(const QUrl& subscription, const QString& gu
 void FeldrunWindow::TakeEpisodeProgress(const QUrl& subscription, const QString& guid, qint64 received,
                                         qint64 total)
 {
+    talvo::TakeOverFromAnotherThread();
     QTreeWidgetItem* item = nullptr;
     if (!FindEpisode(subscription, guid, &item) || !item)
         return;
@@ -389,6 +393,7 @@ void FeldrunWindow::TakeEpisodeProgress(const QUrl& subscription, const QString&
 
 void FeldrunWindow::TakeSubscriptionFailure(const QUrl& subscription, const QString& error)
 {
+    talvo::TakeOverFromAnotherThread();
     if (subscription.isEmpty()) {
         // Not one subscription's failure: the store could not be read.
         Say(tr("Nothing was updated: %1").arg(error));
@@ -531,6 +536,7 @@ void FeldrunWindow::ImportBooks(const QStringList& paths)
 
 void FeldrunWindow::TakeImportProgress(const QString& path, double fraction)
 {
+    talvo::TakeOverFromAnotherThread();
     importProgress_->setValue(static_cast<int>(fraction * importProgress_->maximum()));
     const int others = work_.ImportsWaiting() - 1;
     const QString name = QFileInfo(path).fileName();
