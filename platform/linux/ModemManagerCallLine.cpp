@@ -151,8 +151,9 @@ public:
         watcher_->moveToThread(&thread_);
         // Connected in this order, so the hand-off is taken before the
         // deferred delete that the thread's end carries out.
-        QObject::connect(&thread_, &QThread::finished, &thread_, [] { talvo::TakeOverFromAnotherThread(); },
-                         Qt::DirectConnection);
+        QObject::connect(
+            &thread_, &QThread::finished, &thread_, [] { talvo::TakeOverFromAnotherThread(); },
+            Qt::DirectConnection);
         QObject::connect(&thread_, &QThread::finished, watcher_, &QObject::deleteLater);
         thread_.setObjectName(QStringLiteral("call line"));
         thread_.start();

@@ -239,7 +239,10 @@ private:
         current_.author = feed_.author;
         current_.imageUrl = feed_.imageUrl;
         for (const QString& warning : feed_.warnings)
-            talvo::HandOffThroughEventQueue([&] { emit updater_.subscriptionWarning(current_.url, current_.title + QStringLiteral(": ") + warning); });
+            talvo::HandOffThroughEventQueue([&] {
+                emit updater_.subscriptionWarning(current_.url,
+                                                  current_.title + QStringLiteral(": ") + warning);
+            });
         MergeEpisodes(current_, feed_);
         Save();
         talvo::HandOffThroughEventQueue([&] { emit updater_.subscriptionUpdated(current_.url); });
@@ -327,7 +330,8 @@ private:
         fetcher_.Download(
             item_.enclosureUrl, audio_, qint64(item_.enclosureBytes),
             [this, subscription, guid](qint64 received, qint64 total) {
-                talvo::HandOffThroughEventQueue([&] { emit updater_.episodeProgress(subscription, guid, received, total); });
+                talvo::HandOffThroughEventQueue(
+                    [&] { emit updater_.episodeProgress(subscription, guid, received, total); });
             },
             [this](const QString& error) {
                 if (!error.isEmpty())
@@ -402,7 +406,8 @@ private:
         record.state = state;
         record.error = error;
         Save();
-        talvo::HandOffThroughEventQueue([&] { emit updater_.episodeStateChanged(current_.url, record.guid, state, error); });
+        talvo::HandOffThroughEventQueue(
+            [&] { emit updater_.episodeStateChanged(current_.url, record.guid, state, error); });
     }
 
     // Programs beyond the newest few go, through the player so that its list
@@ -469,7 +474,8 @@ private:
     void Save()
     {
         if (!updater_.store_.Save(current_))
-            talvo::HandOffThroughEventQueue([&] { emit updater_.subscriptionFailed(current_.url, updater_.store_.error()); });
+            talvo::HandOffThroughEventQueue(
+                [&] { emit updater_.subscriptionFailed(current_.url, updater_.store_.error()); });
     }
 
     FeedUpdater& updater_;
@@ -509,7 +515,9 @@ void FeedUpdater::Update(const QString& urlOrTitle)
     } else if (auto one = store_.Find(urlOrTitle)) {
         subscriptions.push_back(std::move(*one));
     } else {
-        talvo::HandOffThroughEventQueue([&] { emit subscriptionFailed({}, QStringLiteral("there is no subscription '%1'").arg(urlOrTitle)); });
+        talvo::HandOffThroughEventQueue([&] {
+            emit subscriptionFailed({}, QStringLiteral("there is no subscription '%1'").arg(urlOrTitle));
+        });
         talvo::HandOffThroughEventQueue([&] { emit finished(1); });
         return;
     }

@@ -26,11 +26,13 @@ BackgroundWork::BackgroundWork(talvo::Registry& registry, UpdateOptions updates,
     // delete, which QThread does through locks ThreadSanitizer cannot see.
     for (auto [thread, worker] : {std::pair<QThread*, QObject*>{&updateThread_, updater_},
                                   std::pair<QThread*, QObject*>{&importThread_, importer_}}) {
-        connect(thread, &QThread::finished, thread, [] { talvo::TakeOverFromAnotherThread(); },
-                Qt::DirectConnection);
+        connect(
+            thread, &QThread::finished, thread, [] { talvo::TakeOverFromAnotherThread(); },
+            Qt::DirectConnection);
         connect(thread, &QThread::finished, worker, &QObject::deleteLater);
-        connect(worker, &QObject::destroyed, thread, [] { talvo::HandOffToAnotherThread(); },
-                Qt::DirectConnection);
+        connect(
+            worker, &QObject::destroyed, thread, [] { talvo::HandOffToAnotherThread(); },
+            Qt::DirectConnection);
     }
     connect(updater_, &FeedUpdater::finished, this, &BackgroundWork::EndUpdate);
     connect(importer_, &BookImportWorker::progress, this, &BackgroundWork::importProgress);
