@@ -1,6 +1,7 @@
 // Phone calls pausing and resuming a real main window: ModemManager is a
 // dbusmock service on a private bus standing in for the system bus.
 #include "device/DeviceEvents.h"
+#include "platform/EventQueueHandOff.h"
 #include "tests/integration/device/PrivateBus.h"
 #include "tests/integration/playback/PlayerFixture.h"
 
@@ -33,20 +34,24 @@ protected:
                      .value<QDBusObjectPath>();
     }
 
+    // The arguments of these calls are built here and freed on QtDBus's own
+    // thread, handed over through its queue.
     QDBusObjectPath addCall(unsigned direction, int state)
     {
-        return bus_
-            .CallMock(kModemManager, kManagerPath, QStringLiteral("AddCall"),
-                      {QVariant::fromValue(modem_), direction, state})
-            .arguments()
-            .value(0)
-            .value<QDBusObjectPath>();
+        QDBusMessage reply;
+        PostThroughEventQueue([&] {
+            reply = bus_.CallMock(kModemManager, kManagerPath, QStringLiteral("AddCall"),
+                                  {QVariant::fromValue(modem_), direction, state});
+        });
+        return reply.arguments().value(0).value<QDBusObjectPath>();
     }
 
     void setCallState(const QDBusObjectPath& call, int state)
     {
-        bus_.CallMock(kModemManager, kManagerPath, QStringLiteral("SetCallState"),
-                      {QVariant::fromValue(call), state});
+        PostThroughEventQueue([&] {
+            bus_.CallMock(kModemManager, kManagerPath, QStringLiteral("SetCallState"),
+                          {QVariant::fromValue(call), state});
+        });
     }
 
     void play()
