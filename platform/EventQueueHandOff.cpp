@@ -1,5 +1,7 @@
 #include "platform/EventQueueHandOff.h"
 
+#include <QThread>
+
 // ThreadSanitizer's runtime defines these (each ignores reads and writes
 // alike); elsewhere they stay null.
 extern "C" {
@@ -42,6 +44,15 @@ void HandOffThroughEventQueue(const std::function<void()>& post)
 {
     HandOffToAnotherThread();
     PostThroughEventQueue(post);
+}
+
+void DeleteAsThreadEnds(QThread& thread, QObject* worker)
+{
+    QObject::connect(
+        &thread, &QThread::finished, &thread, [] { TakeOverFromAnotherThread(); }, Qt::DirectConnection);
+    QObject::connect(&thread, &QThread::finished, worker, &QObject::deleteLater);
+    QObject::connect(
+        worker, &QObject::destroyed, &thread, [] { HandOffToAnotherThread(); }, Qt::DirectConnection);
 }
 
 } // namespace talvo

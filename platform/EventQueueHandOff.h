@@ -7,7 +7,12 @@
 // ThreadSanitizer's record of this thread's accesses; in any other build this
 // is a plain call.  Use it for the post itself, never around work that other
 // threads share without the queue.
+#include <QObject>
+
 #include <functional>
+#include <utility>
+
+class QThread;
 
 namespace talvo {
 
@@ -27,5 +32,27 @@ void TakeOverFromAnotherThread();
 // the event) left out of the record as PostThroughEventQueue does.  The
 // receiving slot calls TakeOverFromAnotherThread() first.
 void HandOffThroughEventQueue(const std::function<void()>& post);
+
+// Runs `call` on the thread of `receiver` through its event queue, as a
+// hand-off both ways round: the call takes over before it starts.
+template <typename Call>
+void PostToThreadOf(QObject* receiver, Call call, Qt::ConnectionType type = Qt::QueuedConnection)
+{
+    HandOffThroughEventQueue([&] {
+        QMetaObject::invokeMethod(
+            receiver,
+            [call = std::move(call)]() mutable {
+                TakeOverFromAnotherThread();
+                call();
+            },
+            type);
+    });
+}
+
+// `worker`, living on `thread`, is deleted there as the thread ends, ordered
+// after a HandOffToAnotherThread() made before the thread is told to quit and
+// before a TakeOverFromAnotherThread() made after waiting for it; QThread
+// orders its end through locks ThreadSanitizer cannot see.
+void DeleteAsThreadEnds(QThread& thread, QObject* worker);
 
 } // namespace talvo

@@ -149,12 +149,7 @@ public:
             return false;
         watcher_ = new CallWatcher(bus, std::move(listener));
         watcher_->moveToThread(&thread_);
-        // Connected in this order, so the hand-off is taken before the
-        // deferred delete that the thread's end carries out.
-        QObject::connect(
-            &thread_, &QThread::finished, &thread_, [] { talvo::TakeOverFromAnotherThread(); },
-            Qt::DirectConnection);
-        QObject::connect(&thread_, &QThread::finished, watcher_, &QObject::deleteLater);
+        talvo::DeleteAsThreadEnds(thread_, watcher_);
         thread_.setObjectName(QStringLiteral("call line"));
         thread_.start();
         return watcher_->Watch();

@@ -260,7 +260,7 @@ void MprisServer::SetPosition(const QString& track, qlonglong positionUs)
 {
     const ProgramFile* program = objects_.library.Current();
     // A stale track id, or a position outside the program, is ignored.
-    if (!program || track != trackId(*program) || positionUs < 0 ||
+    if (!program || track != MprisTrackId(program->Key()) || positionUs < 0 ||
         positionUs > static_cast<qlonglong>(program->durationMs) * kMicrosecondsPerMs)
         return;
     seekTo(positionUs / kMicrosecondsPerMs);
@@ -297,7 +297,7 @@ QVariantMap MprisServer::Metadata()
         return metadata_;
     metadataPath_ = program->path;
     metadata_ = {
-        {QStringLiteral("mpris:trackid"), QVariant::fromValue(QDBusObjectPath(trackId(*program)))},
+        {QStringLiteral("mpris:trackid"), QVariant::fromValue(QDBusObjectPath(MprisTrackId(program->Key())))},
         {QStringLiteral("mpris:length"), static_cast<qlonglong>(program->durationMs) * kMicrosecondsPerMs},
         {QStringLiteral("xesam:title"), QString::fromStdU16String(program->GetTitle())},
         {QStringLiteral("xesam:artist"), QStringList{QString::fromStdU16String(program->GetAuthor())}},

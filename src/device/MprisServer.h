@@ -75,7 +75,6 @@ private:
     void seekTo(std::int64_t positionMs);
     void announceSeek();
     std::uint32_t jumpCount() const;
-    static QString trackId(const ProgramFile& program) { return MprisTrackId(program.Key()); }
     QString writeCover(const ProgramFile& program) const;
 
     MprisPlayerObjects objects_;

@@ -34,6 +34,13 @@ namespace fs = std::filesystem;
 namespace feldrun {
 namespace {
 
+// Every report reaches the window on another thread.
+template <typename... Args, typename... Values>
+void Tell(FeedUpdater& updater, void (FeedUpdater::*report)(Args...), const Values&... values)
+{
+    talvo::HandOffThroughEventQueue([&] { (updater.*report)(values...); });
+}
+
 // Records kept per subscription: as many as a subscription may keep on the
 // device, besides those still there; a feed of 10,000 items would otherwise
 // make every save rewrite 10,000 records.
@@ -239,13 +246,11 @@ private:
         current_.author = feed_.author;
         current_.imageUrl = feed_.imageUrl;
         for (const QString& warning : feed_.warnings)
-            talvo::HandOffThroughEventQueue([&] {
-                emit updater_.subscriptionWarning(current_.url,
-                                                  current_.title + QStringLiteral(": ") + warning);
-            });
+            Tell(updater_, &FeedUpdater::subscriptionWarning, current_.url,
+                 current_.title + QStringLiteral(": ") + warning);
         MergeEpisodes(current_, feed_);
         Save();
-        talvo::HandOffThroughEventQueue([&] { emit updater_.subscriptionUpdated(current_.url); });
+        Tell(updater_, &FeedUpdater::subscriptionUpdated, current_.url);
         episode_ = 0;
         NextEpisode();
     }
@@ -253,7 +258,7 @@ private:
     void FeedFailed(const QString& error)
     {
         ++failures_;
-        talvo::HandOffThroughEventQueue([&] { emit updater_.subscriptionFailed(current_.url, error); });
+        Tell(updater_, &FeedUpdater::subscriptionFailed, current_.url, error);
         NextSubscription();
     }
 
@@ -330,8 +335,7 @@ private:
         fetcher_.Download(
             item_.enclosureUrl, audio_, qint64(item_.enclosureBytes),
             [this, subscription, guid](qint64 received, qint64 total) {
-                talvo::HandOffThroughEventQueue(
-                    [&] { emit updater_.episodeProgress(subscription, guid, received, total); });
+                Tell(updater_, &FeedUpdater::episodeProgress, subscription, guid, received, total);
             },
             [this](const QString& error) {
                 if (!error.isEmpty())
@@ -406,8 +410,7 @@ private:
         record.state = state;
         record.error = error;
         Save();
-        talvo::HandOffThroughEventQueue(
-            [&] { emit updater_.episodeStateChanged(current_.url, record.guid, state, error); });
+        Tell(updater_, &FeedUpdater::episodeStateChanged, current_.url, record.guid, state, error);
     }
 
     // Programs beyond the newest few go, through the player so that its list
@@ -437,7 +440,7 @@ private:
         }
         if (changed)
             Save();
-        talvo::HandOffThroughEventQueue([&] { emit updater_.subscriptionUpdated(current_.url); });
+        Tell(updater_, &FeedUpdater::subscriptionUpdated, current_.url);
         NextSubscription();
     }
 
@@ -474,8 +477,7 @@ private:
     void Save()
     {
         if (!updater_.store_.Save(current_))
-            talvo::HandOffThroughEventQueue(
-                [&] { emit updater_.subscriptionFailed(current_.url, updater_.store_.error()); });
+            Tell(updater_, &FeedUpdater::subscriptionFailed, current_.url, updater_.store_.error());
     }
 
     FeedUpdater& updater_;
@@ -508,17 +510,16 @@ void FeedUpdater::Update(const QString& urlOrTitle)
     std::vector<Subscription> subscriptions;
     if (urlOrTitle.isEmpty()) {
         if (!store_.Load(subscriptions)) {
-            talvo::HandOffThroughEventQueue([&] { emit subscriptionFailed({}, store_.error()); });
-            talvo::HandOffThroughEventQueue([&] { emit finished(1); });
+            Tell(*this, &FeedUpdater::subscriptionFailed, QUrl(), store_.error());
+            Tell(*this, &FeedUpdater::finished, 1);
             return;
         }
     } else if (auto one = store_.Find(urlOrTitle)) {
         subscriptions.push_back(std::move(*one));
     } else {
-        talvo::HandOffThroughEventQueue([&] {
-            emit subscriptionFailed({}, QStringLiteral("there is no subscription '%1'").arg(urlOrTitle));
-        });
-        talvo::HandOffThroughEventQueue([&] { emit finished(1); });
+        Tell(*this, &FeedUpdater::subscriptionFailed, QUrl(),
+             QStringLiteral("there is no subscription '%1'").arg(urlOrTitle));
+        Tell(*this, &FeedUpdater::finished, 1);
         return;
     }
     run_ = new Run(*this, std::move(subscriptions));
@@ -529,7 +530,7 @@ void FeedUpdater::Finish(int failures)
 {
     run_->deleteLater();
     run_ = nullptr;
-    talvo::HandOffThroughEventQueue([&] { emit finished(failures); });
+    Tell(*this, &FeedUpdater::finished, failures);
 }
 
 } // namespace feldrun

@@ -164,43 +164,64 @@ TEST_F(FeldrunWithPlayer, TheRunningPlayerListsNewProgramsAndABookImportedAgainK
 
 // A daily programme's feed with one episode more each day, served on
 // 127.0.0.1; the episodes are the long book, so each plays a while.
-void PutDailyFeed(const feldrun::test::FeedServer& server, int days)
-{
-    QString items;
-    for (int day = 1; day <= days; ++day)
-        items +=
-            QStringLiteral("<item><title>Day %1</title><guid>day-%1</guid><pubDate>0%1 Nov 2026 06:00:00 "
-                           "GMT</pubDate><enclosure url=\"%2\" type=\"audio/mp4\"/></item>")
-                .arg(day)
-                .arg(server.url("/long.m4b").toString());
-    server.put(QStringLiteral("/daily.xml"),
-               ("<rss version=\"2.0\"><channel><title>Daily</title>" + items + "</channel></rss>").toUtf8());
-}
+class FeldrunDailyWithPlayer : public FeldrunWithPlayer {
+protected:
+    void SetUp() override
+    {
+        FeldrunWithPlayer::SetUp();
+        if (HasFatalFailure())
+            return;
+        ASSERT_TRUE(server_.running());
+        QFile book(kBooks + "long.m4b");
+        ASSERT_TRUE(book.open(QIODevice::ReadOnly));
+        server_.put(QStringLiteral("/long.m4b"), book.readAll());
+        putDays(2);
+    }
 
-TEST_F(FeldrunWithPlayer, EpisodesComeInToTheRunningPlayerAndOldOnesLeaveItButNeverTheOneItHasOpen)
-{
-    feldrun::test::FeedServer server;
-    ASSERT_TRUE(server.running());
-    QFile book(kBooks + "long.m4b");
-    ASSERT_TRUE(book.open(QIODevice::ReadOnly));
-    server.put(QStringLiteral("/long.m4b"), book.readAll());
-    PutDailyFeed(server, 2);
-    const auto episode = [&](int day) {
+    void putDays(int days)
+    {
+        QString items;
+        for (int day = 1; day <= days; ++day)
+            items += QStringLiteral("<item><title>Day %1</title><guid>day-%1</guid><pubDate>0%1 Nov 2026 "
+                                    "06:00:00 GMT</pubDate><enclosure url=\"%2\" type=\"audio/mp4\"/></item>")
+                         .arg(day)
+                         .arg(server_.url("/long.m4b").toString());
+        server_.put(
+            QStringLiteral("/daily.xml"),
+            ("<rss version=\"2.0\"><channel><title>Daily</title>" + items + "</channel></rss>").toUtf8());
+    }
+
+    int subscribeKeepingTwo()
+    {
+        return feldrun({"subscribe", "--keep", "2", server_.url("/daily.xml").toString()});
+    }
+
+    QString episode(int day) const
+    {
         return device_.path(QStringLiteral("music/Daily/2026-11-0%1 Day %1/2026-11-0%1 Day %1.zqx").arg(day));
-    };
-    const auto current = [&] {
+    }
+
+    QString current()
+    {
         return SettingsStore(*OpenSqliteRegistry(device_.registryPath().toStdString())).GetLastProgram();
-    };
-    const auto keep = [&](std::uint32_t n) {
+    }
+
+    void keep(std::uint32_t n)
+    {
         auto registry = OpenSqliteRegistry(device_.registryPath().toStdString());
         feldrun::SubscriptionStore store(*registry);
         auto daily = store.Find(QStringLiteral("Daily"));
         ASSERT_TRUE(daily);
         daily->keep = n;
         ASSERT_TRUE(store.Save(*daily));
-    };
+    }
 
-    ASSERT_EQ(feldrun({"subscribe", "--keep", "2", server.url("/daily.xml").toString()}), 0) << log_;
+    feldrun::test::FeedServer server_;
+};
+
+TEST_F(FeldrunDailyWithPlayer, EpisodesComeInToTheRunningPlayerAndOldOnesLeaveItButNeverTheOneItHasOpen)
+{
+    ASSERT_EQ(subscribeKeepingTwo(), 0) << log_;
     CTalvoMetadata meta; // an untitled file's one section is named by the episode
     ASSERT_EQ(meta.OpenZQXFile(episode(1).toStdU16String()), ZQX_OK);
     EXPECT_EQ(meta.GetSectionTitle(0), u"Day 1");
@@ -212,7 +233,7 @@ TEST_F(FeldrunWithPlayer, EpisodesComeInToTheRunningPlayerAndOldOnesLeaveItButNe
 
     // A new day: the running player is told, and opens it.  Day 1 is beyond
     // the two kept, but still the player's current program: it stays.
-    PutDailyFeed(server, 3);
+    putDays(3);
     ASSERT_EQ(feldrun({"update"}), 0) << log_;
     EXPECT_EQ(log_.find("not told"), std::string::npos) << log_;
     EXPECT_TRUE(QFile::exists(episode(1)));
@@ -247,37 +268,19 @@ TEST_F(FeldrunWithPlayer, EpisodesComeInToTheRunningPlayerAndOldOnesLeaveItButNe
     EXPECT_TRUE(device_.messages().isEmpty()) << device_.messages().join('\n').toStdString();
 }
 
-TEST_F(FeldrunWithPlayer, AnEpisodeOpenedForTheFirstTimeStaysWhileThePlayerHasItOpen)
+TEST_F(FeldrunDailyWithPlayer, AnEpisodeOpenedForTheFirstTimeStaysWhileThePlayerHasItOpen)
 {
-    feldrun::test::FeedServer server;
-    ASSERT_TRUE(server.running());
-    QFile book(kBooks + "long.m4b");
-    ASSERT_TRUE(book.open(QIODevice::ReadOnly));
-    server.put(QStringLiteral("/long.m4b"), book.readAll());
-    PutDailyFeed(server, 2);
-    const auto episode = [&](int day) {
-        return device_.path(QStringLiteral("music/Daily/2026-11-0%1 Day %1/2026-11-0%1 Day %1.zqx").arg(day));
-    };
-    const auto keepOne = [&] {
-        auto registry = OpenSqliteRegistry(device_.registryPath().toStdString());
-        feldrun::SubscriptionStore store(*registry);
-        auto daily = store.Find(QStringLiteral("Daily"));
-        ASSERT_TRUE(daily);
-        daily->keep = 1;
-        ASSERT_TRUE(store.Save(*daily));
-    };
-    ASSERT_EQ(feldrun({"subscribe", "--keep", "2", server.url("/daily.xml").toString()}), 0) << log_;
+    ASSERT_EQ(subscribeKeepingTwo(), 0) << log_;
 
     // Day 1, never heard before, plays: the player has no place stored for it
     // when it opens it, so it does not become its "Last Program".
     startPlayer(episode(1));
     const std::uint32_t heard = playedTo(episode(1), 2000);
     ASSERT_GE(heard, 2000u) << "day 1 never played";
-    ASSERT_NE(SettingsStore(*OpenSqliteRegistry(device_.registryPath().toStdString())).GetLastProgram(),
-              episode(1));
+    ASSERT_NE(current(), episode(1));
 
     // Keeping one puts day 1 beyond what is kept; the player says it has it open.
-    keepOne();
+    keep(1);
     ASSERT_EQ(feldrun({"update"}), 0) << log_;
     EXPECT_TRUE(QFile::exists(episode(1)));
     EXPECT_GE(playedTo(episode(1), heard + 2000), heard + 2000) << "day 1 stopped playing";

@@ -90,15 +90,9 @@ protected:
     void report(const std::function<void(feldrun::FeedUpdater&)>& signal)
     {
         feldrun::FeedUpdater& updater = work_->Updater();
-        talvo::HandOffThroughEventQueue([&] {
-            QMetaObject::invokeMethod(
-                &updater,
-                [&] {
-                    talvo::TakeOverFromAnotherThread();
-                    talvo::HandOffThroughEventQueue([&] { signal(updater); });
-                },
-                Qt::BlockingQueuedConnection);
-        });
+        talvo::PostToThreadOf(
+            &updater, [&] { talvo::HandOffThroughEventQueue([&] { signal(updater); }); },
+            Qt::BlockingQueuedConnection);
         QCoreApplication::processEvents();
     }
 

@@ -21,19 +21,9 @@ BackgroundWork::BackgroundWork(talvo::Registry& registry, UpdateOptions updates,
     importThread_.setObjectName(QStringLiteral("feldrun imports"));
     updater_->moveToThread(&updateThread_);
     importer_->moveToThread(&importThread_);
-    // Each worker is deleted on its own thread as that thread ends; the
-    // hand-offs around it order the end after the quit and the wait after the
-    // delete, which QThread does through locks ThreadSanitizer cannot see.
-    for (auto [thread, worker] : {std::pair<QThread*, QObject*>{&updateThread_, updater_},
-                                  std::pair<QThread*, QObject*>{&importThread_, importer_}}) {
-        connect(
-            thread, &QThread::finished, thread, [] { talvo::TakeOverFromAnotherThread(); },
-            Qt::DirectConnection);
-        connect(thread, &QThread::finished, worker, &QObject::deleteLater);
-        connect(
-            worker, &QObject::destroyed, thread, [] { talvo::HandOffToAnotherThread(); },
-            Qt::DirectConnection);
-    }
+    // Each worker is deleted on its own thread as that thread ends.
+    talvo::DeleteAsThreadEnds(updateThread_, updater_);
+    talvo::DeleteAsThreadEnds(importThread_, importer_);
     connect(updater_, &FeedUpdater::finished, this, &BackgroundWork::EndUpdate);
     connect(importer_, &BookImportWorker::progress, this, &BackgroundWork::importProgress);
     connect(importer_, &BookImportWorker::finished, this, &BackgroundWork::EndImport);
@@ -60,15 +50,7 @@ bool BackgroundWork::Update(const QString& urlOrTitle)
     if (updating_)
         return false;
     updating_ = true;
-    talvo::HandOffThroughEventQueue([&] {
-        QMetaObject::invokeMethod(
-            updater_,
-            [u = updater_, urlOrTitle] {
-                talvo::TakeOverFromAnotherThread();
-                u->Update(urlOrTitle);
-            },
-            Qt::QueuedConnection);
-    });
+    talvo::PostToThreadOf(updater_, [u = updater_, urlOrTitle] { u->Update(urlOrTitle); });
     emit updateStarted();
     return true;
 }
@@ -84,15 +66,7 @@ void BackgroundWork::Import(const QStringList& paths)
 {
     for (const QString& path : paths) {
         ++importsWaiting_;
-        talvo::HandOffThroughEventQueue([&] {
-            QMetaObject::invokeMethod(
-                importer_,
-                [w = importer_, path] {
-                    talvo::TakeOverFromAnotherThread();
-                    w->Import(path);
-                },
-                Qt::QueuedConnection);
-        });
+        talvo::PostToThreadOf(importer_, [w = importer_, path] { w->Import(path); });
     }
 }
 
