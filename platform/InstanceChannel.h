@@ -16,8 +16,7 @@
 #include <functional>
 #include <optional>
 
-class QLocalServer;
-class QLocalSocket;
+class QSocketNotifier;
 
 namespace talvo {
 
@@ -67,10 +66,12 @@ public:
     static constexpr std::uint32_t kMaxPayload = 64 * 1024;
 
 private:
-    void acceptConnection();
-    void readRequest(QLocalSocket* socket);
+    class Connection;
+    void acceptConnections();
+    void serve(Connection* connection);
 
-    QLocalServer* server_ = nullptr;
+    int listening_ = -1;
+    QSocketNotifier* notifier_ = nullptr;
     Handler handler_;
 };
 
@@ -82,10 +83,15 @@ public:
     // Sends a request and waits for the answer; none when the player did not answer.
     std::optional<std::int64_t> Send(InstanceRequest kind, std::uint32_t dwData, const QByteArray& data,
                                      int timeoutMs = 30000);
+    InstanceClient() = default;
+    InstanceClient(const InstanceClient&) = delete;
+    InstanceClient& operator=(const InstanceClient&) = delete;
     ~InstanceClient();
 
 private:
-    QLocalSocket* socket_ = nullptr;
+    void close();
+
+    int descriptor_ = -1;
 };
 
 } // namespace talvo

@@ -6,7 +6,9 @@
 #include <QFileInfo>
 #include <QLocalSocket>
 #include <QTemporaryDir>
+#include <QtEndian>
 #include <atomic>
+#include <chrono>
 #include <gtest/gtest.h>
 #include <thread>
 
@@ -112,6 +114,46 @@ TEST_F(InstanceChannelTest, DropsMalformedAndOversizedRequestsWithoutAnswer)
     huge[15] = '\x7f';
     EXPECT_FALSE(sendRaw(huge).has_value());
     EXPECT_EQ(handled, 0);
+}
+
+// The server reads whatever the socket holds: a request cut in two with a
+// pause between, and two requests in one write, each get their own answer,
+// in order; the largest payload crosses more than one read.
+TEST_F(InstanceChannelTest, RequestsInPiecesAndBackToBackAreEachAnsweredInOrder)
+{
+    InstanceServer server;
+    std::vector<std::uint32_t> seen;
+    ASSERT_TRUE(
+        server.Listen(windowClass_, [&](InstanceRequest, std::uint32_t dwData, const QByteArray& bytes) {
+            seen.push_back(dwData);
+            return std::int64_t{bytes.size()};
+        }));
+    const QByteArray largest(InstanceServer::kMaxPayload, 'x');
+    const QByteArray first = EncodeInstanceRequest(InstanceRequest::CopyData, 1, largest);
+    const QByteArray second = EncodeInstanceRequest(InstanceRequest::CopyData, 2, "ab");
+    const QByteArray third = EncodeInstanceRequest(InstanceRequest::BringToFront, 3, {});
+    auto answers = runClient([&]() -> std::optional<std::int64_t> {
+        QLocalSocket socket;
+        socket.connectToServer(InstanceSocketPath(windowClass_));
+        if (!socket.waitForConnected(2000))
+            return std::nullopt;
+        socket.write(first.left(10));
+        socket.waitForBytesWritten(2000);
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        socket.write(first.mid(10) + second + third);
+        while (socket.bytesAvailable() < 3 * kInstanceAnswerBytes)
+            if (!socket.waitForReadyRead(2000))
+                return std::nullopt;
+        std::int64_t sum = 0;
+        for (int i = 0; i < 3; ++i) {
+            const QByteArray answer = socket.read(kInstanceAnswerBytes);
+            sum = sum * 1000000 + qFromLittleEndian<std::int64_t>(answer.constData() + 4);
+        }
+        return sum;
+    });
+    ASSERT_TRUE(answers.has_value());
+    EXPECT_EQ(*answers, (std::int64_t{InstanceServer::kMaxPayload} * 1000000 + 2) * 1000000 + 0);
+    EXPECT_EQ(seen, (std::vector<std::uint32_t>{1, 2, 3}));
 }
 
 // A request arrives in pieces: nothing is decided before its last byte, and
