@@ -1,6 +1,7 @@
 // The player's entry point: everything lives in the talvo library.
 #include "app/DisplayChoice.h"
 #include "app/InformationSwitches.h"
+#include "app/MenuBarStyle.h"
 #include "app/Startup.h"
 #include "platform/FileNames.h"
 
@@ -16,6 +17,7 @@ int main(int argc, char** argv)
     if (!talvo::ChooseDisplayPlatform(arguments))
         return 1;
     QApplication app(argc, argv);
+    talvo::UseMenuBarStyle();
     // QApplication took its own options out of argv.
     arguments = talvo::DecodeArguments(argc - 1, argv + 1);
     return talvo::RunPlayer(arguments);

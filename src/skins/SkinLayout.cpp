@@ -19,6 +19,24 @@ const QByteArrayList& SkinBitmapFormats()
     return formats;
 }
 
+// Opens a skin bitmap for reading.  Qt guesses a format by asking every
+// installed image plugin, which loads them all; a PNG or BMP file is read by
+// Qt's own decoder without that, and only a file its name misnames is guessed.
+void OpenBitmap(QImageReader& reader, const QString& path)
+{
+    const QByteArray suffix = QFileInfo(path).suffix().toLower().toLatin1();
+    if (suffix == "png" || suffix == "bmp") {
+        reader.setFileName(path);
+        reader.setFormat(suffix);
+        reader.setAutoDetectImageFormat(false);
+        if (reader.canRead())
+            return;
+    }
+    reader.setFileName(path); // starts over, with no decoder chosen
+    reader.setFormat(QByteArray());
+    reader.setAutoDetectImageFormat(true);
+}
+
 std::u16string SectionName(std::u16string_view element, const SkinResolution& resolution)
 {
     return std::u16string(element) + resolution.suffix;
@@ -121,7 +139,8 @@ SkinBitmapFile CheckBitmap(const QString& folder, std::u16string fileName)
         return file;
 
     file.status = SkinBitmapStatus::NotDecodable;
-    QImageReader reader(file.path);
+    QImageReader reader;
+    OpenBitmap(reader, file.path);
     if (!SkinBitmapFormats().contains(reader.format()))
         return file;
     // Refused before decoding when the header tells the size.
@@ -145,7 +164,8 @@ void DecodeCheckedBitmap(SkinBitmapFile& file, const DecodedBitmapCache* cache)
         }
     }
     file.status = SkinBitmapStatus::NotDecodable;
-    QImageReader reader(file.path);
+    QImageReader reader;
+    OpenBitmap(reader, file.path);
     QImage image;
     if (!SkinBitmapFormats().contains(reader.format()) || !reader.read(&image) || image.isNull())
         return;

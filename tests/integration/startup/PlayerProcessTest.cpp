@@ -7,6 +7,7 @@
 #include "tests/integration/playback/PlayerFixture.h"
 
 #include <QProcess>
+#include <QRegularExpression>
 #include <QThread>
 #include <cerrno>
 #include <csignal>
@@ -273,6 +274,35 @@ TEST_F(PlayerProcess, OfPlayersStartedAtTheSameMomentExactlyOneStaysUp)
         }
         if (stayingCount != 1)
             break;
+    }
+}
+
+// Nothing the first frame does not need is loaded before it: Qt guesses an
+// image's format by loading every image plugin, and the player's own bitmaps
+// and the menu bar must not make it guess.
+TEST_F(PlayerProcess, TheFirstFrameLoadsNoImagePlugin)
+{
+    WritePcmProgram(device_.path("music/Author/A/a.zq"), "a", 30);
+    device_.set("TALVOPLAYER_EXIT_AFTER_FIRST_PAINT", QStringLiteral("1"));
+    device_.set("QT_DEBUG_PLUGINS", QStringLiteral("1"));
+    // Twice: the first start decodes the skin, the second finds it decoded.
+    for (int start = 0; start < 2; ++start) {
+        QProcess player;
+        player.setProcessChannelMode(QProcess::MergedChannels);
+        player.start(kPlayer, {});
+        ASSERT_TRUE(player.waitForFinished(30000));
+        const QString output = QString::fromUtf8(player.readAll());
+        // The probe's line of times ends what came before the first frame.
+        static const QRegularExpression kTimes(QStringLiteral("^[0-9.]+ [0-9.]+$"),
+                                               QRegularExpression::MultilineOption);
+        const qsizetype painted = output.indexOf(kTimes);
+        ASSERT_GE(painted, 0) << output.toStdString();
+        const QString beforeFirstFrame = output.left(painted);
+        EXPECT_TRUE(beforeFirstFrame.contains(QStringLiteral("loaded library")))
+            << "Qt no longer says which plugins it loads";
+        EXPECT_FALSE(beforeFirstFrame.contains(
+            QRegularExpression(QStringLiteral("imageformats/[^\n]* loaded library"))))
+            << start << beforeFirstFrame.toStdString();
     }
 }
 

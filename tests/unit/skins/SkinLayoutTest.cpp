@@ -233,5 +233,29 @@ TEST_F(SkinLayoutTest, BitmapsMissingUndecodableHugeOrOfAnotherFormat)
     EXPECT_TRUE(layout.pausedButtons[2].rect.IsEmpty());
 }
 
+// PNG and BMP files are read by their names' format first; a name that
+// misnames its file still gets the file read by its content, and content of
+// a format skins do not use is refused whatever the name says.
+TEST_F(SkinLayoutTest, ABitmapItsNameMisnamesIsReadByWhatItHolds)
+{
+    QImage small(8, 8, QImage::Format_RGB32);
+    small.fill(Qt::blue);
+    ASSERT_TRUE(small.save(At("bg.bmp"), "PNG"));
+    ASSERT_TRUE(small.save(At("hot.png"), "JPEG"));
+    ASSERT_TRUE(small.save(At("pbg.png"), "BMP"));
+    ASSERT_TRUE(small.save(At("phot.png"), "PPM"));
+    const QString path = At("skin.ini");
+    QString text = test::SkinText(QStringLiteral("Test"));
+    text.replace(QStringLiteral("=bg.png"), QStringLiteral("=bg.bmp"));
+    test::WriteIni(path, text);
+    SkinLayout layout(path);
+    EXPECT_EQ(layout.LoadLayout(QSize(240, 320)), SkinLoadResult::GraphicsMissing);
+    for (SkinBitmap held : {SkinBitmap::Background, SkinBitmap::Hot, SkinBitmap::PlayBackground}) {
+        EXPECT_EQ(layout.bitmaps[Index(held)].status, SkinBitmapStatus::Loaded) << Index(held);
+        EXPECT_EQ(layout.Bitmap(held).size(), QSize(8, 8));
+    }
+    EXPECT_EQ(layout.bitmaps[Index(SkinBitmap::PlayHot)].status, SkinBitmapStatus::NotDecodable);
+}
+
 } // namespace
 } // namespace talvo
