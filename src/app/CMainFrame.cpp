@@ -277,10 +277,6 @@ CMainFrame::CMainFrame(Environment environment)
         std::make_unique<StorageChangeWatcher>(*cards_, [this](StorageChange change, const StorageCard&) {
             PostMessage(Message::StorageChange, static_cast<WPARAM>(change), 0);
         });
-    if (env_.makeDeviceServices)
-        deviceEvents_ = std::make_unique<DeviceEvents>(
-            MprisPlayerObjects{*this, *this, audio_, library_, transport_, settings_, env_.programFolder},
-            env_.makeDeviceServices());
     // Queued at creation, but run only once the window is drawn: the scan of a
     // large library must not keep the window from appearing.
     FirstPaintGate::PostCommandAfterFirstPaint(*this, Command::InitialLoad);
@@ -892,6 +888,12 @@ void CMainFrame::openProgramList()
 
 void CMainFrame::initialLoad()
 {
+    // The bus connections and their round trips wait for the first frame too;
+    // the watchers are up before the library, so its first program is announced.
+    if (env_.makeDeviceServices)
+        deviceEvents_ = std::make_unique<DeviceEvents>(
+            MprisPlayerObjects{*this, *this, audio_, library_, transport_, settings_, env_.programFolder},
+            env_.makeDeviceServices());
     // The first frame needed only the skin's background.
     skins_.DecodeActiveSkin(this);
     SetWaitCursor(true);
