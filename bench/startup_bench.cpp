@@ -1,6 +1,8 @@
 // Start-up to the first painted frame: the real player in a temporary device
 // whose Music folder holds 1,000 programs, beside a bare Qt window of the same
-// size, and beside the player on an empty library; each started several times
+// size, the same window with a menu bar and a line of text (what any window
+// showing a title and a time pays for fonts and menus), and the player on an
+// empty library; each started several times
 // in turn in the same run on the offscreen platform, after a first start that
 // is not counted (it creates the settings store, as a listener's first does).  All time themselves
 // through the first-paint probe (TALVOPLAYER_EXIT_AFTER_FIRST_PAINT), from the
@@ -91,11 +93,11 @@ private:
 };
 
 // One start of `program` on device; negative times when it did not paint and quit.
-Start StartOnce(const QString& program, const Device& device)
+Start StartOnce(const QString& program, const Device& device, const QStringList& arguments = {})
 {
     QProcess process;
     process.setProcessEnvironment(device.Environment());
-    process.start(program, {});
+    process.start(program, arguments);
     if (!process.waitForFinished(kTimeoutMs)) {
         process.kill();
         process.waitForFinished();
@@ -143,7 +145,7 @@ int main(int argc, char** argv)
     const Device withLibrary(music);
     const Device withNone;
     const Device bareDevice;
-    std::vector<Start> player, empty, bare;
+    std::vector<Start> player, empty, bare, texted;
     // The first starts create the stores and are not counted.
     for (const Device* device : {&withLibrary, &withNone})
         StartOnce(QStringLiteral(TALVO_PLAYER_PATH), *device);
@@ -152,14 +154,17 @@ int main(int argc, char** argv)
         const Start p = StartOnce(QStringLiteral(TALVO_PLAYER_PATH), withLibrary);
         const Start e = StartOnce(QStringLiteral(TALVO_PLAYER_PATH), withNone);
         const Start b = StartOnce(QStringLiteral(TALVO_BARE_WINDOW_PATH), bareDevice);
-        if (p.elapsedMs < 0 || e.elapsedMs < 0 || b.elapsedMs < 0) {
+        const Start t = StartOnce(QStringLiteral(TALVO_BARE_WINDOW_PATH), bareDevice,
+                                  {QStringLiteral("--menu-and-text")});
+        if (p.elapsedMs < 0 || e.elapsedMs < 0 || b.elapsedMs < 0 || t.elapsedMs < 0) {
             std::fprintf(stderr, "startup_bench: %s did not paint and quit\n",
-                         b.elapsedMs < 0 ? "the bare window" : "the player");
+                         b.elapsedMs < 0 || t.elapsedMs < 0 ? "the bare window" : "the player");
             return 1;
         }
         player.push_back(p);
         empty.push_back(e);
         bare.push_back(b);
+        texted.push_back(t);
     }
     for (auto [measure, title] :
          {std::pair{&Start::elapsedMs, "elapsed"}, {&Start::processorMs, "processor"}}) {
@@ -175,8 +180,13 @@ int main(int argc, char** argv)
         PrintRow("player, 1,000 programs", times(player));
         PrintRow("player, no programs", times(empty));
         PrintRow("bare window", times(bare));
+        PrintRow("menu bar and text", times(texted));
         std::printf("player with 1,000 programs / bare window: %.2f\n",
                     Median(times(player)) / Median(times(bare)));
+        std::printf("player with 1,000 programs / window with a menu bar and text: %.2f\n",
+                    Median(times(player)) / Median(times(texted)));
+        std::printf("window with a menu bar and text / bare window: %.2f\n",
+                    Median(times(texted)) / Median(times(bare)));
         std::printf("player with 1,000 programs / with none:   %.2f\n\n",
                     Median(times(player)) / Median(times(empty)));
     }
