@@ -22,6 +22,7 @@
 // process; FlushKey checkpoints the log so it also survives a power loss.
 #include "platform/Registry.h"
 #include "platform/RegistryRecovery.h"
+#include "platform/Trace.h"
 #include "platform/linux/SqliteConsistency.h"
 
 #include <QChar>
@@ -1007,6 +1008,8 @@ std::unique_ptr<Registry> OpenSqliteRegistry(const std::string& path, RegStatus*
     // Checked before SQLite sees the files: opening would reset a garbage log.
     if ((result = CheckStoreFiles(path)) != ERROR_SUCCESS)
         return nullptr;
+    // Looked at before SQLite opens the store and starts its log.
+    const bool stampedSound = IsStampedSound(path);
 
     sqlite3* db = nullptr;
     int rc = sqlite3_open_v2(path.c_str(), &db,
@@ -1033,8 +1036,11 @@ std::unique_ptr<Registry> OpenSqliteRegistry(const std::string& path, RegStatus*
     // Garbage in the file shows up here as SQLITE_NOTADB, a damaged page
     // (a cut file, a torn write) as a failed check; both before anything is
     // written, so a damaged store is left as it was.
-    if ((result = CheckSqliteConsistency(db)) != ERROR_SUCCESS)
+    if (stampedSound) {
+        Trace("The settings store is unchanged since it was found sound; not read whole.");
+    } else if ((result = CheckSqliteConsistency(db)) != ERROR_SUCCESS) {
         return nullptr;
+    }
     rc = SwitchToWal(db);
     if (rc == SQLITE_OK)
         rc = Exec(db, "PRAGMA synchronous = NORMAL");

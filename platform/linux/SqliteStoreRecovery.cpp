@@ -198,7 +198,14 @@ RegStatus SaveLastGoodCopy(const std::string& storePath, std::optional<std::chro
         return ERROR_SUCCESS;
     const std::string temporary = copyPath + ".tmp";
     RemoveWithCompanions(temporary);
+    // The copy is page for page what the store held, so the check of the
+    // copy finds the store sound or damaged too.
+    const std::string stamp = StampOfClosedStore(storePath);
     RegStatus status = BackUp(storePath, temporary, &error);
+    if (status == ERROR_SUCCESS)
+        KeepStamp(storePath, stamp);
+    else if (status == ERROR_BADDB)
+        RemoveStamp(storePath);
     if (status == ERROR_SUCCESS && (error = SyncFile(temporary)) != 0)
         status = StatusOfErrno(error);
     if (status == ERROR_SUCCESS) {

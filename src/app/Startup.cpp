@@ -152,7 +152,9 @@ int RunPlayer(const QStringList& arguments)
 
     const int exitCode = runMainWindow(*registry, file);
     // A clean exit: the window has saved the listener's place, so the copy
-    // taken now holds everything.
+    // taken now holds everything.  The store is closed first, its log
+    // folded into its file, so the copy's check can vouch for the file alone.
+    registry.reset();
     KeepLastGoodCopy(storePath, std::nullopt);
     return exitCode;
 }

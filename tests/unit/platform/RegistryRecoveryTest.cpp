@@ -6,10 +6,12 @@
 
 #include <QDir>
 #include <QFile>
+#include <QLoggingCategory>
 #include <sqlite3.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <map>
 
 namespace talvo::test {
@@ -82,6 +84,26 @@ void WriteAll(const QString& path, const QByteArray& bytes)
 QStringList KeptAside(const QString& folder)
 {
     return QDir(folder).entryList({QStringLiteral("*.damaged-*")}, QDir::Files | QDir::Dirs);
+}
+
+// Whether an open in fn skipped reading the store whole, as its trace says.
+std::vector<QString> traced;
+
+void Capture(QtMsgType, const QMessageLogContext&, const QString& message)
+{
+    traced.push_back(message);
+}
+
+template <typename Fn> bool SkipsTheWholeRead(Fn fn)
+{
+    traced.clear();
+    QtMessageHandler previous = qInstallMessageHandler(Capture);
+    QLoggingCategory::setFilterRules(QStringLiteral("talvo.trace.debug=true"));
+    fn();
+    QLoggingCategory::setFilterRules(QString());
+    qInstallMessageHandler(previous);
+    return std::any_of(traced.begin(), traced.end(),
+                       [](const QString& line) { return line.contains(QStringLiteral("not read whole")); });
 }
 
 // A store with its last-good copy beside it, and what that copy holds.
@@ -349,6 +371,47 @@ TEST_F(RecoveryTest, ASaveOnAFullDiskKeepsTheStoreAndItsCopyAsTheyWere)
     ASSERT_TRUE(reopened);
     EXPECT_EQ(DumpStore(*reopened), lastGood_);
     EXPECT_TRUE(KeptAside(dir_.path()).isEmpty());
+}
+
+// The check of a clean exit's copy vouches for the store: the next open does
+// not read it whole while nothing has touched it.  A write since, a log left
+// holding frames (a process killed after a write) or damage from outside
+// brings the check back, and damage is then found and recovered as ever.
+TEST_F(RecoveryTest, AStoreFoundSoundIsReadWholeAgainOnceAnythingTouchedIt)
+{
+    auto openAndClose = [this] {
+        EXPECT_TRUE(OpenSqliteRegistry(store_));
+    };
+    // Writes what the store already holds: the last-good copy stays its equal.
+    auto writeOnce = [](Registry& registry) {
+        HKEY talvo = 0;
+        ASSERT_EQ(registry.OpenKey(HKEY_LOCAL_MACHINE, u"Software\\Talvo", 0, &talvo), ERROR_SUCCESS);
+        ASSERT_EQ(WriteValue(registry, talvo, u"Volume", REG_DWORD, DwordBytes(0x80008000)), ERROR_SUCCESS);
+        registry.CloseKey(talvo);
+    };
+    // SetUp's copy was taken while its connection held the store open.
+    EXPECT_FALSE(SkipsTheWholeRead(openAndClose));
+    ASSERT_EQ(SaveLastGoodCopy(store_, std::nullopt), ERROR_SUCCESS);
+    EXPECT_TRUE(SkipsTheWholeRead(openAndClose));
+    EXPECT_TRUE(SkipsTheWholeRead(openAndClose));
+
+    writeOnce(*OpenSqliteRegistry(store_));
+    EXPECT_FALSE(SkipsTheWholeRead(openAndClose));
+
+    ASSERT_EQ(SaveLastGoodCopy(store_, std::nullopt), ERROR_SUCCESS);
+    std::unique_ptr<Registry> killedLater = OpenSqliteRegistry(store_);
+    writeOnce(*killedLater);
+    EXPECT_FALSE(SkipsTheWholeRead(openAndClose));
+    killedLater.reset();
+
+    ASSERT_EQ(SaveLastGoodCopy(store_, std::nullopt), ERROR_SUCCESS);
+    QByteArray damaged = ReadAll(storePath_);
+    damaged.replace(2 * 4096, 2 * 4096, QByteArray(2 * 4096, '\x55'));
+    WriteAll(storePath_, damaged);
+    RegStatus status = ERROR_SUCCESS;
+    EXPECT_FALSE(OpenSqliteRegistry(store_, &status));
+    EXPECT_EQ(status, ERROR_BADDB);
+    ExpectRecovered(damaged);
 }
 
 } // namespace
