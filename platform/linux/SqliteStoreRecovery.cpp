@@ -200,7 +200,7 @@ RegStatus SaveLastGoodCopy(const std::string& storePath, std::optional<std::chro
     RemoveWithCompanions(temporary);
     // The copy is page for page what the store held, so the check of the
     // copy finds the store sound or damaged too.
-    const std::string stamp = StampOfClosedStore(storePath);
+    const std::string stamp = CurrentStamp(storePath);
     RegStatus status = BackUp(storePath, temporary, &error);
     if (status == ERROR_SUCCESS)
         KeepStamp(storePath, stamp);

@@ -16,9 +16,11 @@ std::string StampPath(const std::string& storePath)
     return storePath + ".checked";
 }
 
+} // namespace
+
 // Device, inode, size and the times of the last write and the last change of
 // any kind; the second cannot be set back by hand the way the first can.
-std::string FileStamp(const std::string& storePath)
+std::string CurrentStamp(const std::string& storePath)
 {
     struct stat file {};
     if (::stat(storePath.c_str(), &file) != 0 || !S_ISREG(file.st_mode) || file.st_size == 0)
@@ -34,11 +36,9 @@ std::string FileStamp(const std::string& storePath)
     return text;
 }
 
-} // namespace
-
 bool IsStampedSound(const std::string& storePath)
 {
-    const std::string now = FileStamp(storePath);
+    const std::string now = CurrentStamp(storePath);
     if (now.empty())
         return false;
     std::ifstream stamp(StampPath(storePath), std::ios::binary);
@@ -46,14 +46,9 @@ bool IsStampedSound(const std::string& storePath)
     return kept == now;
 }
 
-std::string StampOfClosedStore(const std::string& storePath)
-{
-    return FileStamp(storePath);
-}
-
 void KeepStamp(const std::string& storePath, const std::string& stamp)
 {
-    if (stamp.empty() || FileStamp(storePath) != stamp)
+    if (stamp.empty() || CurrentStamp(storePath) != stamp)
         return;
     // Written beside and renamed, so a reader never sees half a stamp; no
     // sync: a stamp lost to a power cut only costs one more check.
